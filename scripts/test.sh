@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs every test: once in a release build, once with AddressSanitizer and
+# UndefinedBehaviorSanitizer. Usage: scripts/test.sh [release|asan] (default: both).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup.sh
+
+jobs=$(nproc)
+run_suite() {  # name, extra cmake arguments...
+  local name=$1; shift
+  cmake -S . -B "build/$name" -G Ninja -Wno-dev "$@" >/dev/null
+  ninja -C "build/$name"
+  ctest --test-dir "build/$name" --output-on-failure -j "$jobs"
+}
+
+which=${1:-all}
+if [[ $which == all || $which == release ]]; then
+  run_suite release -DCMAKE_BUILD_TYPE=Release
+fi
+if [[ $which == all || $which == asan ]]; then
+  export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+  run_suite asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVO_SANITIZE=address,undefined
+fi

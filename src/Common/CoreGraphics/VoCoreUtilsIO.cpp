@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+// VoCoreUtils: reading images, exporting them as JPEG or PNG, pictures, resources and screenshots.
+#include <sys/stat.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include "Common/Foundation/VoLog.h"
+#include "Engine/codec/codec.h"
+#include "VoCoreUtils.h"
+
+namespace vo {
+
+namespace {
+voimg::RenderContext* gExportContext = nullptr;  // created by the first export, never released
+VoCoreUtils::ScreenshotProvider gScreenshotProvider = nullptr;
+
+std::string absolutePath(const std::string& path) {
+    std::error_code ec;
+    const auto absolute = std::filesystem::absolute(path, ec);
+    return ec ? path : absolute.lexically_normal().string();
+}
+
+// An image destination can be made when the path names a file (not a folder) in an existing folder.
+bool canCreateDestination(const std::string& path) {
+    if (path.empty() || path.back() == '/') return false;
+    struct stat st {};
+    if (::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return false;
+    const std::string folder = std::filesystem::path(path).parent_path().string();
+    return ::stat(folder.empty() ? "." : folder.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+std::shared_ptr<NSImage> emptyPicture(int width, int height) {
+    auto picture = std::make_shared<NSImage>();
+    picture->width = width;
+    picture->height = height;
+    picture->format = voimg::BitmapFormat::Rgba8;
+    picture->bytes.assign(size_t(width) * size_t(height) * 4, 0);
+    return picture;
+}
+}  // namespace
+
+CIImage VoCoreUtils::importImageFromUrl(const std::string& path) {
+    return CIImage::withContentsOfFile(absolutePath(path));
+}
+
+const voimg::RenderContext* VoCoreUtils::sharedExportContext() { return gExportContext; }
+
+void VoCoreUtils::exportImageToURLTransparantQuality(const CIImage& image, const std::string& url, bool transparant,
+                                                     float quality) {
+    if (image.isNull()) return;
+    if (!gExportContext) gExportContext = new voimg::RenderContext();
+    const std::string path = absolutePath(url);
+    if (!canCreateDestination(path)) {
+        VoLog("problems creating image destination\n");
+        return;
+    }
+    const voimg::Bitmap picture = gExportContext->createBitmap(
+        image, image.extent(), transparant ? voimg::BitmapFormat::Rgba8 : voimg::BitmapFormat::Rgb8OverBlack);
+    const float q = quality == 0.0f ? float(kDefaultQuality) : quality;
+    bool written = false;
+    if (!picture.isEmpty()) {
+        written = transparant ? voimg::writePngFile(path, picture.bytes.data(), picture.width, picture.height)
+                              : voimg::writeJpegFile(path, picture.bytes.data(), picture.width, picture.height,
+                                                     int(std::clamp(std::lround(double(q) * 100.0), 0L, 100L)));
+    }
+    if (!written) VoLog("problems writing JPEG file\n");
+    gExportContext->clearCaches();
+    gExportContext->reclaimResources();
+}
+
+void VoCoreUtils::exportImageToURLTransparant(const CIImage& image, const std::string& url, bool transparant) {
+    exportImageToURLTransparantQuality(image, url, transparant, 0.0f);
+}
+
+void VoCoreUtils::exportImageToURL(const CIImage& image, const std::string& url) {
+    exportImageToURLTransparant(image, url, false);
+}
+
+void VoCoreUtils::exportTransparantImageToURL(const CIImage& image, const std::string& url) {
+    exportImageToURLTransparant(image, url, true);
+}
+
+std::shared_ptr<NSImage> VoCoreUtils::imageFromCoreImage(const CIImage& image) {
+    if (image.isNull() || image.extent().width == 0) return emptyPicture(10, 10);
+    // Drawn onto a fresh transparent picture with "destination over": the image's own pixels.
+    static voimg::RenderContext context(1);
+    auto picture = std::make_shared<NSImage>(context.createBitmap(image, image.extent(), voimg::BitmapFormat::Rgba8));
+    return picture->isEmpty() ? emptyPicture(10, 10) : picture;
+}
+
+CIImage VoCoreUtils::flattenCoreImage(const CIImage& image) { return image; }
+
+CIImage VoCoreUtils::_old_flattenCoreImage(const CIImage& image) {
+    return image.isNull() ? emptyCoreImageWithExtent({0, 0, 10, 10}) : image;
+}
+
+std::shared_ptr<NSImage> VoCoreUtils::bundleImageWithName(const VoBundle& bundle, const std::string& name) {
+    const CIImage image = CIImage::withContentsOfFile(bundle.resourcePath() + "/" + name);
+    if (image.isNull()) return nullptr;
+    return imageFromCoreImage(image);
+}
+
+CIImage VoCoreUtils::bundleCIImageWithName(const VoBundle& bundle, const std::string& name) {
+    return importImageFromUrl(bundle.resourcePath() + "/" + name);
+}
+
+std::shared_ptr<NSImage> VoCoreUtils::bundleImageWithName(const std::string& name) {
+    return bundleImageWithName(VoBundle::mainBundle(), name);
+}
+
+CIImage VoCoreUtils::bundleCIImageWithName(const std::string& name) {
+    return bundleCIImageWithName(VoBundle::mainBundle(), name);
+}
+
+void VoCoreUtils::setScreenshotProvider(ScreenshotProvider provider) { gScreenshotProvider = provider; }
+
+CIImage VoCoreUtils::screenshot(unsigned) { return gScreenshotProvider ? gScreenshotProvider() : emptyCoreImage(); }
+
+CIImage VoCoreUtils::screenshot() {
+    constexpr unsigned kMainDisplay = 0;
+    return screenshot(kMainDisplay);
+}
+
+}  // namespace vo

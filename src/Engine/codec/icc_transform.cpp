@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+// Builds and caches lcms2 transforms to sRGB, and recognises profiles that are sRGB already.
+#include "icc_transform_p.h"
+
+#include <lcms2.h>
+
+#include <cmath>
+#include <cstring>
+#include <list>
+#include <mutex>
+#include <string>
+
+namespace voimg::detail {
+namespace {
+
+// A private lcms context keeps its (silenced) error log apart from any other lcms user in the process.
+cmsContext lcmsContext() {
+    static const cmsContext context = [] {
+        cmsContext c = cmsCreateContext(nullptr, nullptr);
+        cmsSetLogErrorHandlerTHR(c, [](cmsContext, cmsUInt32Number, const char*) {});
+        return c;
+    }();
+    return context;
+}
+
+cmsHPROFILE srgbProfile() {
+    static const cmsHPROFILE profile = cmsCreate_sRGBProfileTHR(lcmsContext());
+    return profile;
+}
+
+double srgbCurve(double x) { return x <= 0.04045 ? x / 12.92 : std::pow((x + 0.055) / 1.055, 2.4); }
+
+// 0.002 is about half an 8-bit step; at 16 bits it stays far below the visible.
+bool curveMatchesSrgb(const cmsToneCurve* curve) {
+    if (curve == nullptr) return false;
+    for (int i = 0; i <= 64; ++i) {
+        const double x = i / 64.0;
+        if (std::fabs(cmsEvalToneCurveFloat(curve, cmsFloat32Number(x)) - srgbCurve(x)) > 0.002) return false;
+    }
+    return true;
+}
+
+bool colorantMatches(cmsHPROFILE profile, cmsTagSignature tag) {
+    const auto* own = static_cast<const cmsCIEXYZ*>(cmsReadTag(profile, tag));
+    const auto* ref = static_cast<const cmsCIEXYZ*>(cmsReadTag(srgbProfile(), tag));
+    if (own == nullptr || ref == nullptr) return false;
+    return std::fabs(own->X - ref->X) < 0.003 && std::fabs(own->Y - ref->Y) < 0.003 && std::fabs(own->Z - ref->Z) < 0.003;
+}
+
+bool isSrgbEquivalent(cmsHPROFILE profile) {
+    const cmsColorSpaceSignature space = cmsGetColorSpace(profile);
+    if (cmsIsCLUT(profile, INTENT_PERCEPTUAL, LCMS_USED_AS_INPUT)) return false;
+    if (space == cmsSigGrayData)
+        return curveMatchesSrgb(static_cast<const cmsToneCurve*>(cmsReadTag(profile, cmsSigGrayTRCTag)));
+    if (space != cmsSigRgbData || !cmsIsMatrixShaper(profile)) return false;
+    return colorantMatches(profile, cmsSigRedColorantTag) && colorantMatches(profile, cmsSigGreenColorantTag) &&
+           colorantMatches(profile, cmsSigBlueColorantTag) &&
+           curveMatchesSrgb(static_cast<const cmsToneCurve*>(cmsReadTag(profile, cmsSigRedTRCTag))) &&
+           curveMatchesSrgb(static_cast<const cmsToneCurve*>(cmsReadTag(profile, cmsSigGreenTRCTag))) &&
+           curveMatchesSrgb(static_cast<const cmsToneCurve*>(cmsReadTag(profile, cmsSigBlueTRCTag)));
+}
+
+bool spaceMatchesFormat(cmsHPROFILE profile, uint32_t format) {
+    switch (T_COLORSPACE(format)) {
+    case PT_RGB: return cmsGetColorSpace(profile) == cmsSigRgbData;
+    case PT_GRAY: return cmsGetColorSpace(profile) == cmsSigGrayData;
+    case PT_CMYK: return cmsGetColorSpace(profile) == cmsSigCmykData;
+    default: return false;
+    }
+}
+
+TransformPtr buildTransform(const uint8_t* icc, size_t size, uint32_t inFormat, uint32_t outFormat, bool skipIfSrgb) {
+    if (size > UINT32_MAX) return nullptr;
+    cmsHPROFILE profile = cmsOpenProfileFromMemTHR(lcmsContext(), icc, cmsUInt32Number(size));
+    if (profile == nullptr) return nullptr;
+    TransformPtr result;
+    const cmsProfileClassSignature cls = cmsGetDeviceClass(profile);
+    const bool usable = cls != cmsSigLinkClass && cls != cmsSigAbstractClass && cls != cmsSigNamedColorClass;
+    if (usable && spaceMatchesFormat(profile, inFormat) && !(skipIfSrgb && isSrgbEquivalent(profile))) {
+        cmsHTRANSFORM t = cmsCreateTransformTHR(lcmsContext(), profile, inFormat, srgbProfile(), outFormat,
+                                                INTENT_PERCEPTUAL, cmsFLAGS_NOCACHE);
+        if (t != nullptr) result = TransformPtr(t, [](void* p) { cmsDeleteTransform(p); });
+    }
+    cmsCloseProfile(profile);
+    return result;
+}
+
+// Small most-recently-used cache keyed by the profile bytes and both pixel formats. Negative results
+// (unusable or sRGB-equivalent profiles) are cached too, since they cost as much to find out.
+struct CacheEntry {
+    std::string profile;
+    uint32_t inFormat;
+    uint32_t outFormat;
+    bool skipIfSrgb;
+    TransformPtr transform;
+};
+
+constexpr size_t kCacheCapacity = 8;
+std::mutex cacheMutex;
+std::list<CacheEntry> cache;
+
+}  // namespace
+
+TransformPtr srgbTransform(const uint8_t* icc, size_t size, uint32_t inFormat, uint32_t outFormat, bool skipIfSrgb) {
+    if (icc == nullptr || size < 128) return nullptr;  // shorter than an ICC header
+    const std::string_view key(reinterpret_cast<const char*>(icc), size);
+    {
+        const std::lock_guard lock(cacheMutex);
+        for (auto it = cache.begin(); it != cache.end(); ++it) {
+            if (it->inFormat == inFormat && it->outFormat == outFormat && it->skipIfSrgb == skipIfSrgb &&
+                it->profile == key) {
+                cache.splice(cache.begin(), cache, it);
+                return it->transform;
+            }
+        }
+    }
+    // Built outside the lock: two threads may race to build the same transform, which is harmless.
+    TransformPtr transform = buildTransform(icc, size, inFormat, outFormat, skipIfSrgb);
+    const std::lock_guard lock(cacheMutex);
+    cache.push_front(CacheEntry{std::string(key), inFormat, outFormat, skipIfSrgb, transform});
+    if (cache.size() > kCacheCapacity) cache.pop_back();
+    return transform;
+}
+
+}  // namespace voimg::detail

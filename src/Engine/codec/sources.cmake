@@ -1,0 +1,29 @@
+# Codec sources of the engine, relative to src/Engine.
+set(VO_CODEC_SOURCES
+  codec/codec.h
+  codec/codec_p.h
+  codec/codec_common.cpp
+  codec/format_sniff.cpp
+  codec/file_source_p.h
+  codec/file_source.cpp
+  codec/image_decode.cpp
+  codec/image_probe.cpp
+  codec/icc_transform_p.h
+  codec/icc_transform.cpp
+  codec/icc_convert_p.h
+  codec/icc_convert.cpp
+  codec/jpeg_decoder.cpp
+  codec/png_decoder.cpp
+  codec/tiff_p.h
+  codec/tiff_io.cpp
+  codec/tiff_decoder.cpp
+  codec/tiff_decoder16.cpp
+  codec/webp_decoder.cpp
+  codec/gif_decoder.cpp
+  codec/heif_decoder.cpp
+  codec/bmp_decoder.cpp
+  codec/atomic_file_p.h
+  codec/atomic_file.cpp
+  codec/jpeg_encoder.cpp
+  codec/png_encoder.cpp
+)

@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+#include "render_context.h"
+
+#include <algorithm>
+#include <cmath>
+#include <thread>
+
+#include "srgb.h"
+#include "thread_pool.h"
+
+namespace voimg {
+
+namespace {
+size_t defaultWorkers() {
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    return cores - 1;
+}
+
+float clamp01(float v) { return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f; }
+
+// Converts one rendered tile row (premultiplied linear floats) to the bitmap's format.
+void convertRow(const float* src, int64_t width, const Bitmap& bitmap, uint8_t* bytes, float* floats) {
+    switch (bitmap.format) {
+    case BitmapFormat::RgbaFloatLinear:
+        std::copy_n(src, size_t(width) * 4, floats);
+        return;
+    case BitmapFormat::Rgb8OverBlack:
+        for (int64_t x = 0; x < width; ++x, src += 4, bytes += 3)
+            for (int k = 0; k < 3; ++k) bytes[k] = linearToSrgb8(src[k]);
+        return;
+    case BitmapFormat::Rgba8:
+    case BitmapFormat::Rgba8Premultiplied: {
+        const bool premultiplied = bitmap.format == BitmapFormat::Rgba8Premultiplied;
+        for (int64_t x = 0; x < width; ++x, src += 4, bytes += 4) {
+            const float a = clamp01(src[3]);
+            const uint8_t alpha = uint8_t(std::lround(a * 255.0f));
+            for (int k = 0; k < 3; ++k) {
+                const uint8_t straight = a > 0 ? linearToSrgb8(src[k] / a) : 0;
+                bytes[k] = premultiplied ? uint8_t((straight * alpha + 127) / 255) : straight;
+            }
+            bytes[3] = alpha;
+        }
+        return;
+    }
+    }
+}
+}  // namespace
+
+RenderContext::RenderContext(size_t threads)
+    : pool_(std::make_unique<ThreadPool>(threads == 0 ? defaultWorkers() : threads - 1)) {}
+
+RenderContext::~RenderContext() = default;
+
+size_t RenderContext::threadCount() const { return pool_->workerCount() + 1; }
+
+PixelRect RenderContext::pixelGrid(const Image& image, const Rect& rect) {
+    if (image.isNull()) return {};
+    return pixelRectEnclosing(intersect(rect, image.extent()));
+}
+
+void RenderContext::render(const Image& image, const TileView& out) const {
+    if (image.isNull()) return out.clear();
+    image.node()->render(out);
+}
+
+Bitmap RenderContext::createBitmap(const Image& image, const Rect& rect, BitmapFormat format) const {
+    Bitmap bitmap;
+    bitmap.format = format;
+    const PixelRect grid = pixelGrid(image, rect);
+    if (grid.isEmpty() || grid.area() > kMaxRenderPixels || grid.width > INT32_MAX || grid.height > INT32_MAX)
+        return bitmap;
+    bitmap.width = int(grid.width);
+    bitmap.height = int(grid.height);
+    const size_t rowValues = size_t(grid.width) * size_t(bitmap.channels());
+    if (format == BitmapFormat::RgbaFloatLinear) bitmap.floats.resize(rowValues * size_t(grid.height));
+    else bitmap.bytes.resize(rowValues * size_t(grid.height));
+
+    // Row tiles of about 64K pixels, and enough of them to keep every thread busy.
+    int64_t rows = std::clamp<int64_t>(65536 / grid.width, 8, 256);
+    const int64_t wanted = int64_t(threadCount()) * 2;
+    if ((grid.height + rows - 1) / rows < wanted) rows = std::max<int64_t>(1, (grid.height + wanted - 1) / wanted);
+    const size_t tiles = size_t((grid.height + rows - 1) / rows);
+    pool_->parallelFor(tiles, [&](size_t i) {
+        const int64_t y0 = grid.y + int64_t(i) * rows, y1 = std::min(grid.maxY(), y0 + rows);
+        TileBuffer tile({grid.x, y0, grid.width, y1 - y0});
+        image.node()->render(tile.view());
+        for (int64_t y = y0; y < y1; ++y) {
+            const size_t outRow = size_t(grid.maxY() - 1 - y);  // top row first
+            convertRow(tile.view().row(y), grid.width, bitmap,
+                       bitmap.bytes.empty() ? nullptr : &bitmap.bytes[outRow * rowValues],
+                       bitmap.floats.empty() ? nullptr : &bitmap.floats[outRow * rowValues]);
+        }
+    });
+    return bitmap;
+}
+
+void RenderContext::clearCaches() {}
+
+void RenderContext::reclaimResources() {}
+
+}  // namespace voimg

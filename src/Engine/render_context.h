@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+// Rendering image values into bitmaps.
+//
+// A render covers the pixel rectangle that encloses the requested rectangle intersected with the image's
+// extent (edges within 1/1000 pixel of a whole number snap to it). The rectangle is cut into row tiles
+// that the context's own threads render in parallel; each node pulls only the region its tile needs.
+// Bitmap rows are stored top row (largest y) first.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "image.h"
+#include "node.h"
+
+namespace voimg {
+
+class ThreadPool;
+
+enum class BitmapFormat {
+    Rgba8,             // sRGB, straight alpha: what PNG and most toolkits want
+    Rgba8Premultiplied,  // sRGB-encoded colour multiplied by alpha (Qt's ARGB32_Premultiplied order aside)
+    Rgb8OverBlack,     // sRGB of the premultiplied colour, no alpha: transparent areas come out black
+    RgbaFloatLinear,   // the working values themselves: premultiplied linear floats
+};
+
+struct Bitmap {
+    int width = 0;
+    int height = 0;
+    BitmapFormat format = BitmapFormat::Rgba8;
+    std::vector<uint8_t> bytes;  // 8-bit formats
+    std::vector<float> floats;   // RgbaFloatLinear
+
+    [[nodiscard]] bool isEmpty() const { return width <= 0 || height <= 0; }
+    [[nodiscard]] int channels() const { return format == BitmapFormat::Rgb8OverBlack ? 3 : 4; }
+};
+
+// Images larger than this many pixels are not rendered (an empty bitmap comes back).
+inline constexpr int64_t kMaxRenderPixels = 600'000'000;
+
+class RenderContext {
+public:
+    // `threads` = 0 picks one worker per available core besides the caller.
+    explicit RenderContext(size_t threads = 0);
+    ~RenderContext();
+    RenderContext(const RenderContext&) = delete;
+    RenderContext& operator=(const RenderContext&) = delete;
+
+    // The pixel rectangle a render of `rect` of `image` produces.
+    [[nodiscard]] static PixelRect pixelGrid(const Image& image, const Rect& rect);
+
+    // Renders `rect` of `image`; an empty bitmap for a missing image, an empty or infinite rectangle, or one
+    // over kMaxRenderPixels.
+    [[nodiscard]] Bitmap createBitmap(const Image& image, const Rect& rect, BitmapFormat format) const;
+
+    // Renders one rectangle of the pixel grid into a caller's float buffer (row 0 = lowest row).
+    void render(const Image& image, const TileView& out) const;
+
+    // Drop cached intermediate results / give back memory. The context stays usable.
+    void clearCaches();
+    void reclaimResources();
+
+    [[nodiscard]] size_t threadCount() const;
+
+private:
+    std::unique_ptr<ThreadPool> pool_;
+};
+
+}  // namespace voimg

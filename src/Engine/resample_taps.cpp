@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+#include "resample_taps_p.h"
+
+namespace voimg {
+
+ResampleKernel ResampleKernel::forScale(double scale) {
+    if (scale < 1.0) return {3.0, scale};
+    return {1.0, 1.0};
+}
+
+double ResampleKernel::operator()(double x) const {
+    x = std::abs(x);
+    if (x >= radius) return 0.0;
+    if (radius == 1.0) return 1.0 - x;
+    if (x < 1e-9) return 1.0;
+    const double px = std::numbers::pi * x;
+    return radius * std::sin(px) * std::sin(px / radius) / (px * px);
+}
+
+AxisTaps AxisTaps::build(int64_t outStart, int64_t n, double a, double b, const ResampleKernel& kernel,
+                         int64_t validLo, int64_t validHi) {
+    AxisTaps t;
+    const double support = kernel.radius / kernel.scale;
+    t.stride = int(std::min<double>(std::ceil(2 * support) + 2, double(std::max<int64_t>(validHi - validLo, 1))));
+    t.first.resize(size_t(n));
+    t.count.resize(size_t(n));
+    t.weights.assign(size_t(n) * size_t(t.stride), 0.0f);
+    t.lo = std::numeric_limits<int64_t>::max();
+    t.hi = std::numeric_limits<int64_t>::min();
+    std::vector<double> w(size_t(t.stride));
+    for (int64_t o = 0; o < n; ++o) {
+        const double c = a * (double(outStart + o) + 0.5) + b;
+        // Pixel j (centre j + 0.5) contributes when |j + 0.5 - c| < support.
+        const double jLo = std::max(std::floor(c - support - 0.5) + 1, double(validLo));
+        const double jHi = std::min(std::ceil(c + support - 0.5) - 1, double(validHi - 1));
+        int taps = 0;
+        double sum = 0;
+        if (jHi >= jLo) {
+            const int64_t j0 = int64_t(jLo), j1 = std::min(int64_t(jHi), j0 + t.stride - 1);
+            for (int64_t j = j0; j <= j1; ++j) {
+                w[size_t(taps)] = kernel((double(j) + 0.5 - c) * kernel.scale);
+                sum += w[size_t(taps++)];
+            }
+            t.first[size_t(o)] = j0;
+            if (sum < 0.1) {
+                // Only the far tail of the kernel lies inside: take the nearest existing pixel.
+                const int64_t nearest = std::clamp<int64_t>(int64_t(std::floor(c)), j0, j1);
+                t.first[size_t(o)] = nearest;
+                taps = 1;
+                w[0] = sum = 1.0;
+            }
+        }
+        t.count[size_t(o)] = taps;
+        float* dst = &t.weights[size_t(o) * size_t(t.stride)];
+        for (int k = 0; k < taps; ++k) dst[k] = float(w[size_t(k)] / sum);
+        if (taps > 0) {
+            t.lo = std::min(t.lo, t.first[size_t(o)]);
+            t.hi = std::max(t.hi, t.first[size_t(o)] + taps);
+        }
+    }
+    return t;
+}
+
+}  // namespace voimg

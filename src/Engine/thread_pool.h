@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+// A fixed set of worker threads that run the tiles of a render.
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace voimg {
+
+class ThreadPool {
+public:
+    // `threads` workers besides the caller; 0 runs everything on the calling thread.
+    explicit ThreadPool(size_t threads);
+    ~ThreadPool();
+    ThreadPool(const ThreadPool&) = delete;
+    ThreadPool& operator=(const ThreadPool&) = delete;
+
+    // Runs job(i) for i in [0, count) on the workers and the calling thread; returns when all are done.
+    // Not reentrant: one parallelFor at a time per pool.
+    void parallelFor(size_t count, const std::function<void(size_t)>& job);
+    [[nodiscard]] size_t workerCount() const { return workers_.size(); }
+
+private:
+    void workerLoop();
+    void runJobs();
+
+    std::vector<std::thread> workers_;
+    std::mutex mutex_;
+    std::condition_variable wake_, done_;
+    const std::function<void(size_t)>* job_ = nullptr;
+    size_t count_ = 0, next_ = 0, finished_ = 0, generation_ = 0;
+    bool stopping_ = false;
+};
+
+}  // namespace voimg

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+// Test JPEG files written with libjpeg, and a raw libjpeg decode for reference values.
+#include "test_support.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+#include <jpeglib.h>
+
+namespace votest {
+namespace {
+
+[[noreturn]] void throwError(j_common_ptr cinfo) {
+    char message[JMSG_LENGTH_MAX];
+    cinfo->err->format_message(cinfo, message);
+    throw std::runtime_error(message);
+}
+
+}  // namespace
+
+Bytes encodeJpeg(const Picture& picture, const JpegSpec& spec) {
+    jpeg_compress_struct cinfo{};
+    jpeg_error_mgr err{};
+    cinfo.err = jpeg_std_error(&err);
+    err.error_exit = throwError;
+    jpeg_create_compress(&cinfo);
+    unsigned char* buffer = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&cinfo, &buffer, &size);
+    cinfo.image_width = JDIMENSION(picture.width);
+    cinfo.image_height = JDIMENSION(picture.height);
+    cinfo.input_components = picture.channels;
+    const bool fourChannel = spec.colour == JpegColour::Cmyk || spec.colour == JpegColour::Ycck;
+    cinfo.in_color_space = spec.colour == JpegColour::Grey ? JCS_GRAYSCALE : fourChannel ? JCS_CMYK : JCS_RGB;
+    jpeg_set_defaults(&cinfo);
+    if (spec.colour == JpegColour::Ycck) jpeg_set_colorspace(&cinfo, JCS_YCCK);
+    if (fourChannel) cinfo.write_Adobe_marker = spec.adobeMarker ? TRUE : FALSE;
+    jpeg_set_quality(&cinfo, spec.quality, TRUE);
+    if (spec.colour != JpegColour::Grey) {
+        cinfo.comp_info[0].h_samp_factor = spec.lumaH;
+        cinfo.comp_info[0].v_samp_factor = spec.lumaV;
+        for (int c = 1; c < cinfo.num_components; ++c) cinfo.comp_info[c].h_samp_factor = cinfo.comp_info[c].v_samp_factor = 1;
+        // The K channel of YCCK keeps full resolution like luma.
+        if (spec.colour == JpegColour::Ycck) {
+            cinfo.comp_info[3].h_samp_factor = spec.lumaH;
+            cinfo.comp_info[3].v_samp_factor = spec.lumaV;
+        }
+    }
+    if (spec.progressive) jpeg_simple_progression(&cinfo);
+    cinfo.restart_in_rows = spec.restartRows;
+    jpeg_start_compress(&cinfo, TRUE);
+    if (!spec.icc.empty()) jpeg_write_icc_profile(&cinfo, spec.icc.data(), unsigned(spec.icc.size()));
+    while (cinfo.next_scanline < cinfo.image_height) {
+        JSAMPROW row = const_cast<JSAMPROW>(picture.at(0, int(cinfo.next_scanline)));
+        jpeg_write_scanlines(&cinfo, &row, 1);
+    }
+    jpeg_finish_compress(&cinfo);
+    jpeg_destroy_compress(&cinfo);
+    Bytes out(buffer, buffer + size);
+    std::free(buffer);
+    return out;
+}
+
+Picture decodeJpegRaw(const Bytes& jpeg) {
+    jpeg_decompress_struct cinfo{};
+    jpeg_error_mgr err{};
+    cinfo.err = jpeg_std_error(&err);
+    err.error_exit = throwError;
+    jpeg_create_decompress(&cinfo);
+    jpeg_mem_src(&cinfo, jpeg.data(), jpeg.size());
+    jpeg_read_header(&cinfo, TRUE);
+    const bool cmyk = cinfo.jpeg_color_space == JCS_CMYK || cinfo.jpeg_color_space == JCS_YCCK;
+    cinfo.out_color_space = cmyk ? JCS_CMYK : JCS_RGB;
+    jpeg_start_decompress(&cinfo);
+    Picture p{int(cinfo.output_width), int(cinfo.output_height), cinfo.output_components, {}};
+    p.samples.resize(size_t(p.width) * p.height * p.channels);
+    while (cinfo.output_scanline < cinfo.output_height) {
+        JSAMPROW row = p.samples.data() + size_t(cinfo.output_scanline) * p.width * p.channels;
+        jpeg_read_scanlines(&cinfo, &row, 1);
+    }
+    jpeg_finish_decompress(&cinfo);
+    jpeg_destroy_decompress(&cinfo);
+    return p;
+}
+
+}  // namespace votest

@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: MIT
+// vothumb's two thumbnails: their sizes for ordinary, small and very wide pictures, the JPEG they are written
+// as, and their pixels against the engine's slow reference resampler.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+
+#include "Common/CoreGraphics/VoCoreUtils.h"
+#include "Engine/codec/codec.h"
+#include "Engine/resample_p.h"
+#include "Engine/srgb.h"
+#include "command/vothumb_runner.h"
+#include "support/test_images.h"
+
+namespace vo::test {
+namespace {
+
+// Runs vothumb on `input` and checks that it succeeded quietly and wrote both files at the given sizes.
+void expectThumbnailSizes(const std::string& input, const std::string& prefix, int smallWidth, int smallHeight,
+                          int largeWidth, int largeHeight) {
+    const ChildRun run = runVothumb({input, prefix});
+    ASSERT_FALSE(run.timedOut);
+    ASSERT_TRUE(run.exited) << "ended by signal " << run.signal;
+    EXPECT_EQ(run.exitStatus, 0);
+    EXPECT_TRUE(run.standardError.empty()) << run.standardError;
+    const JpegFacts small = readJpegFacts(prefix + "-200.jpg");
+    EXPECT_EQ(small.width, smallWidth);
+    EXPECT_EQ(small.height, smallHeight);
+    const JpegFacts large = readJpegFacts(prefix + "-600.jpg");
+    EXPECT_EQ(large.width, largeWidth);
+    EXPECT_EQ(large.height, largeHeight);
+}
+
+CIImage imageOf(const Pixels& rgb) {
+    voimg::DecodedImage decoded;
+    decoded.width = rgb.width;
+    decoded.height = rgb.height;
+    decoded.pixels.resize(size_t(rgb.width) * rgb.height * 4);
+    for (size_t i = 0, n = size_t(rgb.width) * rgb.height; i < n; ++i) {
+        std::copy_n(&rgb.data[i * 3], 3, &decoded.pixels[i * 4]);
+        decoded.pixels[i * 4 + 3] = 255;
+    }
+    return CIImage::withDecodedImage(std::move(decoded));
+}
+
+// One 3000 x 2000 photograph-like picture and its two thumbnails, made once for the whole suite.
+class VothumbPhoto : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        dir_ = new TempDir;
+        writeJpeg(dir_->file("photo.jpg"), makeTestPicture(3000, 2000), 92);
+        run_ = new ChildRun(runVothumb({dir_->file("photo.jpg"), dir_->file("photo")}));
+    }
+    static void TearDownTestSuite() {
+        delete run_;
+        delete dir_;
+    }
+    static std::string small() { return dir_->file("photo-200.jpg"); }
+    static std::string large() { return dir_->file("photo-600.jpg"); }
+
+    // Compares output pixels with the reference resampler's rendering of the decoded input at the same
+    // placement, on every `step`-th row and column. Returns the mean and largest difference in 8-bit codes.
+    static std::pair<double, int> compareWithReference(const std::string& output, float height, int step) {
+        const CIImage input = imageOf(readJpeg(dir_->file("photo.jpg")));
+        const CGRect strip{0, 0, 8192, height};
+        const NSAffineTransform fit = VoCoreUtils::transformForScaleImageInRectFill(input, strip, false);
+        const CGRect placed = fit.applyToRect(input.extent());
+        const NSAffineTransform t = fit.appending(NSAffineTransform::translation(-placed.x, -placed.y));
+        const Pixels written = readJpeg(output);
+        double total = 0;
+        int worst = 0, count = 0;
+        for (int y = 0; y < written.height; y += step) {
+            for (int x = 0; x < written.width; x += step) {
+                // Bitmap rows go top down, the plane's rows bottom up.
+                voimg::TileBuffer pixel({x, written.height - 1 - y, 1, 1});
+                voimg::resampleSeparableReference(*input.node(), input.extent(), t, pixel.view());
+                const float* r = pixel.view().data;
+                for (int k = 0; k < 3; ++k) {
+                    const int diff = std::abs(int(written.at(x, y)[k]) - int(voimg::linearToSrgb8(r[k])));
+                    total += diff;
+                    worst = std::max(worst, diff);
+                    ++count;
+                }
+            }
+        }
+        return {total / count, worst};
+    }
+
+    static TempDir* dir_;
+    static ChildRun* run_;
+};
+
+TempDir* VothumbPhoto::dir_ = nullptr;
+ChildRun* VothumbPhoto::run_ = nullptr;
+
+TEST_F(VothumbPhoto, SucceedsQuietly) {
+    ASSERT_FALSE(run_->timedOut);
+    ASSERT_TRUE(run_->exited);
+    EXPECT_EQ(run_->exitStatus, 0);
+    EXPECT_TRUE(run_->standardError.empty()) << run_->standardError;
+}
+
+TEST_F(VothumbPhoto, SmallThumbnailIs225By150) {
+    const JpegFacts facts = readJpegFacts(small());
+    EXPECT_EQ(facts.width, 225);
+    EXPECT_EQ(facts.height, 150);
+}
+
+TEST_F(VothumbPhoto, LargeThumbnailIs900By600) {
+    const JpegFacts facts = readJpegFacts(large());
+    EXPECT_EQ(facts.width, 900);
+    EXPECT_EQ(facts.height, 600);
+}
+
+TEST_F(VothumbPhoto, ThumbnailsAreBaseline420JpegsOfQuality85) {
+    for (const std::string& path : {small(), large()}) {
+        const JpegFacts facts = readJpegFacts(path);
+        EXPECT_TRUE(facts.baseline) << path;
+        EXPECT_FALSE(facts.progressive) << path;
+        EXPECT_EQ(facts.sampling, (std::vector<std::pair<int, int>>{{2, 2}, {1, 1}, {1, 1}})) << path;
+        ASSERT_GE(facts.quantTables.size(), 2u) << path;
+        EXPECT_EQ(facts.quantTables[0], standardQuantTable(0, 85)) << path;
+        EXPECT_EQ(facts.quantTables[1], standardQuantTable(1, 85)) << path;
+    }
+}
+
+// Tolerance: JPEG noise at quality 85 with 4:2:0 chroma plus the input's own compression, on a picture with
+// hard edges: mean difference at most 3 codes, largest at most 20 (8-bit sRGB).
+TEST_F(VothumbPhoto, SmallThumbnailMatchesTheReferenceResampler) {
+    const auto [mean, worst] = compareWithReference(small(), 150, 1);
+    EXPECT_LE(mean, 3.0);
+    EXPECT_LE(worst, 20);
+}
+
+// Same tolerance, checked on every 5th row and column to keep the slow reference quick.
+TEST_F(VothumbPhoto, LargeThumbnailMatchesTheReferenceResampler) {
+    const auto [mean, worst] = compareWithReference(large(), 600, 5);
+    EXPECT_LE(mean, 3.0);
+    EXPECT_LE(worst, 20);
+}
+
+TEST(VothumbSizes, SmallPictureIsEnlarged) {
+    TempDir dir;
+    writeJpeg(dir.file("icon.jpg"), makeTestPicture(100, 40));
+    expectThumbnailSizes(dir.file("icon.jpg"), dir.file("icon"), 375, 150, 1500, 600);
+}
+
+TEST(VothumbSizes, PngInputWorksToo) {
+    TempDir dir;
+    writePng(dir.file("in.png"), makeTestPicture(300, 200, 4));
+    expectThumbnailSizes(dir.file("in.png"), dir.file("out"), 225, 150, 900, 600);
+}
+
+// 200:1 is wider than 8192:150, so the width binds: 8192 x 40.96, which renders as 41 whole rows.
+TEST(VothumbSizes, VeryWidePictureIsBoundByTheWidth) {
+    TempDir dir;
+    writeJpeg(dir.file("wide.jpg"), makeTestPicture(20000, 100));
+    expectThumbnailSizes(dir.file("wide.jpg"), dir.file("wide"), 8192, 41, 8192, 41);
+}
+
+TEST(VothumbSizes, TallPictureKeepsItsAspectRatio) {
+    TempDir dir;
+    writeJpeg(dir.file("tall.jpg"), makeTestPicture(50, 1000));
+    expectThumbnailSizes(dir.file("tall.jpg"), dir.file("tall"), 8, 150, 30, 600);
+}
+
+}  // namespace
+}  // namespace vo::test

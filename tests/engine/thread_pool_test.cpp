@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include "Engine/thread_pool.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace voimg {
+namespace {
+
+TEST(ThreadPool, RunsEveryIndexExactlyOnce) {
+    ThreadPool pool(3);
+    for (int round = 0; round < 50; ++round) {
+        std::vector<std::atomic<int>> hits(97);
+        pool.parallelFor(hits.size(), [&](size_t i) { hits[i]++; });
+        for (auto& h : hits) ASSERT_EQ(h.load(), 1);
+    }
+}
+
+TEST(ThreadPool, UsesTheWorkerThreads) {
+    ThreadPool pool(2);
+    std::mutex m;
+    std::set<std::thread::id> seen;
+    pool.parallelFor(64, [&](size_t) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        std::lock_guard lock(m);
+        seen.insert(std::this_thread::get_id());
+    });
+    EXPECT_GE(seen.size(), 2u);
+}
+
+TEST(ThreadPool, WithoutWorkersRunsOnTheCaller) {
+    ThreadPool pool(0);
+    std::thread::id id;
+    pool.parallelFor(1, [&](size_t) { id = std::this_thread::get_id(); });
+    EXPECT_EQ(id, std::this_thread::get_id());
+    pool.parallelFor(0, [&](size_t) { FAIL(); });
+}
+
+}  // namespace
+}  // namespace voimg

@@ -1,0 +1,7 @@
+# Tests of the toolkit's image operations, relative to tests/.
+set(VO_TOOLKIT_TEST_SOURCES
+  toolkit/toolkit_helpers.h
+  toolkit/vo_core_utils_geometry_test.cpp
+  toolkit/vo_core_utils_io_test.cpp
+  toolkit/vo_core_utils_pixels_test.cpp
+)
