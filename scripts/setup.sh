@@ -14,6 +14,7 @@ packages=(
   liblcms2-dev icc-profiles-free libgs-common
   libhwy-dev libgtest-dev googletest libgmock-dev libbenchmark-dev
   mate-backgrounds
+  desktop-file-utils
 )
 # Extra groups: "bench" adds the peers the benchmark compares against, "fuzz" the fuzzing compiler.
 case "${1:-}" in

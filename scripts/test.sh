@@ -10,8 +10,11 @@ run_suite() {  # name, extra cmake arguments...
   local name=$1; shift
   cmake -S . -B "build/$name" -G Ninja -Wno-dev "$@" >/dev/null
   ninja -C "build/$name"
-  ctest --test-dir "build/$name" --output-on-failure -j "$jobs"
+  # Under a private X server, for the tests that need screens and OpenGL.
+  xvfb-run -a -s '-screen 0 1280x1024x24 -noreset' \
+    ctest --test-dir "build/$name" --output-on-failure -j "$jobs"
 }
+export XDG_RUNTIME_DIR=${XDG_RUNTIME_DIR:-$(mktemp -d)}
 
 which=${1:-all}
 if [[ $which == all || $which == release ]]; then

@@ -7,7 +7,7 @@ namespace voimg {
 
 // Typed access to a filter's inputs for the output functions below.
 struct FilterArguments {
-    const Filter& filter;
+    const BuiltinFilter& filter;
     [[nodiscard]] Image image(std::string_view key) const { return std::get<Image>(filter.input(key)); }
     [[nodiscard]] double number(std::string_view key) const { return std::get<double>(filter.input(key)); }
     [[nodiscard]] Vector4 vector(std::string_view key) const { return std::get<Vector4>(filter.input(key)); }
@@ -52,7 +52,7 @@ const std::vector<FilterDescription>& catalogue() {
 
 std::shared_ptr<Filter> Filter::filterWithName(std::string_view name) {
     for (const FilterDescription& d : catalogue())
-        if (d.name == name) return std::make_shared<Filter>(d);
+        if (d.name == name) return std::make_shared<BuiltinFilter>(d);
     return nullptr;
 }
 
@@ -62,20 +62,20 @@ std::vector<std::string> Filter::filterNames() {
     return names;
 }
 
-Filter::Filter(const FilterDescription& description)
+BuiltinFilter::BuiltinFilter(const FilterDescription& description)
     : description_(description), values_(description.inputs.size()) {}
 
-const std::string& Filter::name() const { return description_.name; }
+std::string BuiltinFilter::name() const { return description_.name; }
 
-const std::vector<FilterInput>& Filter::inputs() const { return description_.inputs; }
+const std::vector<FilterInput>& BuiltinFilter::inputs() const { return description_.inputs; }
 
-void Filter::setDefaults() {
+void BuiltinFilter::setDefaults() {
     for (size_t i = 0; i < values_.size(); ++i)
         if (!std::holds_alternative<std::monostate>(description_.inputs[i].defaultValue))
             values_[i] = description_.inputs[i].defaultValue;
 }
 
-void Filter::setValue(const FilterValue& value, std::string_view key) {
+void BuiltinFilter::setValue(const FilterValue& value, std::string_view key) {
     for (size_t i = 0; i < values_.size(); ++i) {
         const FilterInput& in = description_.inputs[i];
         if (in.key != key) continue;
@@ -90,7 +90,7 @@ void Filter::setValue(const FilterValue& value, std::string_view key) {
     throw std::invalid_argument(description_.name + " has no input " + std::string(key));
 }
 
-const FilterValue& Filter::input(std::string_view key) const {
+const FilterValue& BuiltinFilter::input(std::string_view key) const {
     static const FilterValue noImage = Image();
     for (size_t i = 0; i < values_.size(); ++i) {
         if (description_.inputs[i].key != key) continue;
@@ -101,13 +101,13 @@ const FilterValue& Filter::input(std::string_view key) const {
     throw std::invalid_argument(description_.name + " has no input " + std::string(key));
 }
 
-FilterValue Filter::valueForKey(std::string_view key) const {
+FilterValue BuiltinFilter::valueForKey(std::string_view key) const {
     if (key == "outputImage") return outputImage();
     for (size_t i = 0; i < values_.size(); ++i)
         if (description_.inputs[i].key == key) return values_[i];
     throw std::invalid_argument(description_.name + " has no input " + std::string(key));
 }
 
-Image Filter::outputImage() const { return description_.output(FilterArguments{*this}); }
+Image BuiltinFilter::outputImage() const { return description_.output(FilterArguments{*this}); }
 
 }  // namespace voimg

@@ -9,6 +9,8 @@ namespace voimg {
 
 Rect Image::extent() const { return node_ ? node_->extent() : kZeroRect; }
 
+Image Image::emptyImage() { return withColor({0, 0, 0, 0}).croppedTo(kZeroRect); }
+
 Image Image::withColor(const Color& c) {
     const float a = c.alpha;
     const float rgba[4] = {float(srgbDecode(c.red)) * a, float(srgbDecode(c.green)) * a,

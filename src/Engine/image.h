@@ -36,6 +36,8 @@ public:
     // The zero rectangle for the missing image.
     [[nodiscard]] Rect extent() const;
 
+    // A transparent image with an empty extent: an image that is there but shows nothing.
+    [[nodiscard]] static Image emptyImage();
     // An infinite image of one colour.
     [[nodiscard]] static Image withColor(const Color& color);
     // An image of decoded pixels (sRGB, straight alpha) with extent (0, 0, width, height).

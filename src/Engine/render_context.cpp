@@ -75,23 +75,31 @@ Bitmap RenderContext::createBitmap(const Image& image, const Rect& rect, BitmapF
     if (format == BitmapFormat::RgbaFloatLinear) bitmap.floats.resize(rowValues * size_t(grid.height));
     else bitmap.bytes.resize(rowValues * size_t(grid.height));
 
-    // Row tiles of about 64K pixels, and enough of them to keep every thread busy.
-    int64_t rows = std::clamp<int64_t>(65536 / grid.width, 8, 256);
-    const int64_t wanted = int64_t(threadCount()) * 2;
-    if ((grid.height + rows - 1) / rows < wanted) rows = std::max<int64_t>(1, (grid.height + wanted - 1) / wanted);
-    const size_t tiles = size_t((grid.height + rows - 1) / rows);
-    pool_->parallelFor(tiles, [&](size_t i) {
-        const int64_t y0 = grid.y + int64_t(i) * rows, y1 = std::min(grid.maxY(), y0 + rows);
-        TileBuffer tile({grid.x, y0, grid.width, y1 - y0});
-        image.node()->render(tile.view());
-        for (int64_t y = y0; y < y1; ++y) {
+    renderTiles(image, grid, [&](const TileView& tile) {
+        for (int64_t y = tile.rect.y; y < tile.rect.maxY(); ++y) {
             const size_t outRow = size_t(grid.maxY() - 1 - y);  // top row first
-            convertRow(tile.view().row(y), grid.width, bitmap,
+            convertRow(tile.row(y), grid.width, bitmap,
                        bitmap.bytes.empty() ? nullptr : &bitmap.bytes[outRow * rowValues],
                        bitmap.floats.empty() ? nullptr : &bitmap.floats[outRow * rowValues]);
         }
     });
     return bitmap;
+}
+
+void RenderContext::renderTiles(const Image& image, const PixelRect& region,
+                                const std::function<void(const TileView&)>& consume) const {
+    if (region.isEmpty()) return;
+    // Row tiles of about 64K pixels, and enough of them to keep every thread busy.
+    int64_t rows = std::clamp<int64_t>(65536 / region.width, 8, 256);
+    const int64_t wanted = int64_t(threadCount()) * 2;
+    if ((region.height + rows - 1) / rows < wanted) rows = std::max<int64_t>(1, (region.height + wanted - 1) / wanted);
+    const size_t tiles = size_t((region.height + rows - 1) / rows);
+    pool_->parallelFor(tiles, [&](size_t i) {
+        const int64_t y0 = region.y + int64_t(i) * rows, y1 = std::min(region.maxY(), y0 + rows);
+        TileBuffer tile({region.x, y0, region.width, y1 - y0});
+        render(image, tile.view());
+        consume(tile.view());
+    });
 }
 
 void RenderContext::clearCaches() {}

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -56,6 +57,11 @@ public:
 
     // Renders one rectangle of the pixel grid into a caller's float buffer (row 0 = lowest row).
     void render(const Image& image, const TileView& out) const;
+
+    // Renders `region` in row tiles on the context's threads and hands each finished tile to `consume`
+    // (called concurrently, from any of the threads, once per tile; tiles do not overlap).
+    void renderTiles(const Image& image, const PixelRect& region,
+                     const std::function<void(const TileView&)>& consume) const;
 
     // Drop cached intermediate results / give back memory. The context stays usable.
     void clearCaches();

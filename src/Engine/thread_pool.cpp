@@ -3,6 +3,10 @@
 
 namespace voimg {
 
+namespace {
+thread_local const ThreadPool* tRunningIn = nullptr;  // the pool whose job this thread is running
+}
+
 ThreadPool::ThreadPool(size_t threads) {
     workers_.reserve(threads);
     for (size_t i = 0; i < threads; ++i) workers_.emplace_back([this] { workerLoop(); });
@@ -19,6 +23,11 @@ ThreadPool::~ThreadPool() {
 
 void ThreadPool::parallelFor(size_t count, const std::function<void(size_t)>& job) {
     if (count == 0) return;
+    if (tRunningIn == this) {
+        for (size_t i = 0; i < count; ++i) job(i);
+        return;
+    }
+    std::lock_guard turn(callers_);
     {
         std::lock_guard lock(mutex_);
         job_ = &job;
@@ -39,7 +48,10 @@ void ThreadPool::runJobs() {
         const size_t i = next_++;
         const auto* job = job_;
         lock.unlock();
+        const ThreadPool* outer = tRunningIn;
+        tRunningIn = this;
         (*job)(i);
+        tRunningIn = outer;
         lock.lock();
         if (++finished_ == count_) done_.notify_all();
     }

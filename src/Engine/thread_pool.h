@@ -20,7 +20,7 @@ public:
     ThreadPool& operator=(const ThreadPool&) = delete;
 
     // Runs job(i) for i in [0, count) on the workers and the calling thread; returns when all are done.
-    // Not reentrant: one parallelFor at a time per pool.
+    // Calls from several threads take turns; a call from inside a job runs its jobs serially on the caller.
     void parallelFor(size_t count, const std::function<void(size_t)>& job);
     [[nodiscard]] size_t workerCount() const { return workers_.size(); }
 
@@ -29,6 +29,7 @@ private:
     void runJobs();
 
     std::vector<std::thread> workers_;
+    std::mutex callers_;  // one parallelFor at a time
     std::mutex mutex_;
     std::condition_variable wake_, done_;
     const std::function<void(size_t)>* job_ = nullptr;

@@ -18,6 +18,8 @@
 
 namespace vo {
 
+class VoCoreCompositionFilter;
+
 // The windowing library's picture object: rendered sRGB pixels with straight alpha.
 using NSImage = voimg::Bitmap;
 
@@ -72,6 +74,26 @@ public:
     [[nodiscard]] static CIImage scaleImageToFillRect(const CIImage& image, const CGRect& rect);
     [[nodiscard]] static CIImage cropImageToRect(const CIImage& image, const CGRect& rect);
 
+    // Composition. Missing images are logged ("composeImage image is null", "composeImage backgroundImage is
+    // null") and tolerated. Factor 1.0 without a transform is plain source-over; otherwise a
+    // VoCoreCompositionFilter (the given one, reused, or a fresh one) lays the foreground, moved by the
+    // transform and faded by the factor, over the background. Bounds of width <= 0 mean no bounds.
+    [[nodiscard]] static CIImage composeImageOverImageWithFactorTransformWithinBoundsReuseFilter(
+        const CIImage& image, const CIImage& background, float factor, const NSAffineTransform* transform,
+        const CGRect& bounds, VoCoreCompositionFilter* reuseFilter);
+    [[nodiscard]] static CIImage composeImageOverImageWithFactorTransformWithinBounds(
+        const CIImage& image, const CIImage& background, float factor, const NSAffineTransform* transform,
+        const CGRect& bounds);
+    [[nodiscard]] static CIImage composeImageOverImageWithFactorTransform(const CIImage& image,
+                                                                          const CIImage& background, float factor,
+                                                                          const NSAffineTransform* transform);
+    [[nodiscard]] static CIImage composeImageOverImageWithFactor(const CIImage& image, const CIImage& background,
+                                                                 float factor);
+    [[nodiscard]] static CIImage composeImageOverImage(const CIImage& image, const CIImage& background);
+    // Composes with a named engine filter taking "inputImage" and "inputBackgroundImage".
+    [[nodiscard]] static CIImage composeImageOverImageWithFilter(const CIImage& image, const CIImage& background,
+                                                                 const std::string& filterName);
+
     // Import and export. Paths are file-system paths; relative ones resolve against the current directory.
     [[nodiscard]] static CIImage importImageFromUrl(const std::string& path);
     // Renders the image over its whole extent and writes a JPEG (quality 0.0 means 0.85) or, when
@@ -91,6 +113,9 @@ public:
     [[nodiscard]] static std::shared_ptr<NSImage> imageFromCoreImage(const CIImage& image);
     [[nodiscard]] static CIImage flattenCoreImage(const CIImage& image);
     [[nodiscard]] static CIImage _old_flattenCoreImage(const CIImage& image);
+    // The image passed once through a 16-bit accumulator of its extent: the same picture with its filter
+    // chain cut. The empty image for a missing one.
+    [[nodiscard]] static CIImage flattenCoreImageForChooser(const CIImage& image);
 
     // Resource loaders: "<resource folder>/<name>"; null / the missing image when unreadable.
     [[nodiscard]] static std::shared_ptr<NSImage> bundleImageWithName(const VoBundle& bundle, const std::string& name);
