@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // libFuzzer entry point: every decoder must survive arbitrary bytes without crashing, hanging or
 // allocating beyond the pixel cap.
-#include "codec/codec.h"
+#include "Engine/codec/codec.h"
 
 #include <cstddef>
 #include <cstdint>

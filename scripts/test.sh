@@ -22,5 +22,6 @@ if [[ $which == all || $which == release ]]; then
 fi
 if [[ $which == all || $which == asan ]]; then
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+  export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp
   run_suite asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVO_SANITIZE=address,undefined
 fi

@@ -3,7 +3,7 @@
 // with the format libraries directly (so the decoders are checked against independent encoders).
 #pragma once
 
-#include "codec/codec.h"
+#include "Engine/codec/codec.h"
 
 #include <cstdint>
 #include <string>
@@ -51,7 +51,7 @@ unsigned sampleAt(const voimg::DecodedImage& image, int x, int y, int c);
 
 // --- JPEG (libjpeg) ---
 enum class JpegColour { Rgb, Grey, Cmyk, Ycck };
-struct JpegSpec {
+struct JpegParams {
     JpegColour colour = JpegColour::Rgb;
     int lumaH = 2, lumaV = 2;  // luma sampling factors; chroma is 1x1
     bool progressive = false;
@@ -60,13 +60,13 @@ struct JpegSpec {
     bool adobeMarker = true;  // for CMYK/YCCK
     Bytes icc;
 };
-// `picture` carries 1 (grey), 3 (RGB) or 4 (CMYK) channels matching spec.colour.
-Bytes encodeJpeg(const Picture& picture, const JpegSpec& spec);
+// `picture` carries 1 (grey), 3 (RGB) or 4 (CMYK) channels matching params.colour.
+Bytes encodeJpeg(const Picture& picture, const JpegParams& params);
 // Raw libjpeg decode without colour conversion of CMYK (4 channels) or RGB (3 channels).
 Picture decodeJpegRaw(const Bytes& jpeg);
 
 // --- PNG (libpng) ---
-struct PngSpec {
+struct PngParams {
     int colourType = 2;  // PNG colour type: 0 grey, 2 RGB, 3 palette, 4 grey+alpha, 6 RGBA
     int bitDepth = 8;
     bool interlaced = false;
@@ -75,13 +75,13 @@ struct PngSpec {
     int greyTrns = -1;  // tRNS grey key, or -1
     Bytes icc;
 };
-// `samples` holds width*height*channels values at spec.bitDepth (palette: indices).
-Bytes encodePng(int width, int height, const std::vector<uint16_t>& samples, const PngSpec& spec);
+// `samples` holds width*height*channels values at params.bitDepth (palette: indices).
+Bytes encodePng(int width, int height, const std::vector<uint16_t>& samples, const PngParams& params);
 // A PNG that only has a valid IHDR declaring the given size, then a tiny IDAT and IEND.
 Bytes pngDeclaring(uint32_t width, uint32_t height);
 
 // --- TIFF (libtiff) ---
-struct TiffSpec {
+struct TiffParams {
     int bitsPerSample = 8;
     int samplesPerPixel = 3;
     int photometric = 2;  // PHOTOMETRIC_RGB
@@ -93,7 +93,7 @@ struct TiffSpec {
     Bytes icc;
 };
 Bytes encodeTiff(const std::string& scratchPath, int width, int height, const std::vector<uint16_t>& samples,
-                 const TiffSpec& spec);
+                 const TiffParams& params);
 
 // --- WebP (libwebp), containers assembled by hand ---
 Bytes encodeWebP(const Picture& rgba, bool lossless, int quality = 90);
@@ -102,7 +102,7 @@ Bytes webpWithIcc(const Bytes& simpleWebP, int width, int height, bool alpha, co
 Bytes animatedWebP(const Picture& first, const Picture& second);
 
 // --- GIF (giflib) ---
-struct GifSpec {
+struct GifParams {
     int transparentIndex = -1;
     bool interlaced = false;
     int screenWidth = 0, screenHeight = 0;  // 0: the frame size
@@ -111,14 +111,14 @@ struct GifSpec {
 };
 // `indices` are palette indices; `palette` RGB triples (padded to a power of two by the writer).
 Bytes encodeGif(int width, int height, const std::vector<uint8_t>& indices, const std::vector<uint8_t>& palette,
-                const GifSpec& spec);
+                const GifParams& params);
 
 // --- HEIF/AVIF (libheif); empty when no encoder for the format is available ---
 Bytes encodeHeif(const Picture& rgba, bool avif, int bitDepth, const Bytes& icc = {});
 bool haveHeifEncoder(bool avif);
 
 // --- BMP (written by hand) ---
-struct BmpSpec {
+struct BmpParams {
     int bitsPerPixel = 24;
     int infoSize = 40;       // 12, 40, 108, 124
     int compression = 0;     // 0 BI_RGB, 3 BI_BITFIELDS
@@ -127,7 +127,7 @@ struct BmpSpec {
     std::vector<uint8_t> palette;  // RGB triples
 };
 // `pixels` is RGBA (used for 16/24/32 bpp) or indices (1/4/8 bpp), top row first.
-Bytes encodeBmp(int width, int height, const std::vector<uint8_t>& pixels, const BmpSpec& spec);
+Bytes encodeBmp(int width, int height, const std::vector<uint8_t>& pixels, const BmpParams& params);
 
 // --- lcms2 references ---
 // Converts interleaved samples from `profile` to sRGB with the decoder's intent; format names as lcms TYPE_*.

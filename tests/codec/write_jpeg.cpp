@@ -19,7 +19,7 @@ namespace {
 
 }  // namespace
 
-Bytes encodeJpeg(const Picture& picture, const JpegSpec& spec) {
+Bytes encodeJpeg(const Picture& picture, const JpegParams& params) {
     jpeg_compress_struct cinfo{};
     jpeg_error_mgr err{};
     cinfo.err = jpeg_std_error(&err);
@@ -31,26 +31,22 @@ Bytes encodeJpeg(const Picture& picture, const JpegSpec& spec) {
     cinfo.image_width = JDIMENSION(picture.width);
     cinfo.image_height = JDIMENSION(picture.height);
     cinfo.input_components = picture.channels;
-    const bool fourChannel = spec.colour == JpegColour::Cmyk || spec.colour == JpegColour::Ycck;
-    cinfo.in_color_space = spec.colour == JpegColour::Grey ? JCS_GRAYSCALE : fourChannel ? JCS_CMYK : JCS_RGB;
+    const bool fourChannel = params.colour == JpegColour::Cmyk || params.colour == JpegColour::Ycck;
+    cinfo.in_color_space = params.colour == JpegColour::Grey ? JCS_GRAYSCALE : fourChannel ? JCS_CMYK : JCS_RGB;
     jpeg_set_defaults(&cinfo);
-    if (spec.colour == JpegColour::Ycck) jpeg_set_colorspace(&cinfo, JCS_YCCK);
-    if (fourChannel) cinfo.write_Adobe_marker = spec.adobeMarker ? TRUE : FALSE;
-    jpeg_set_quality(&cinfo, spec.quality, TRUE);
-    if (spec.colour != JpegColour::Grey) {
-        cinfo.comp_info[0].h_samp_factor = spec.lumaH;
-        cinfo.comp_info[0].v_samp_factor = spec.lumaV;
-        for (int c = 1; c < cinfo.num_components; ++c) cinfo.comp_info[c].h_samp_factor = cinfo.comp_info[c].v_samp_factor = 1;
-        // The K channel of YCCK keeps full resolution like luma.
-        if (spec.colour == JpegColour::Ycck) {
-            cinfo.comp_info[3].h_samp_factor = spec.lumaH;
-            cinfo.comp_info[3].v_samp_factor = spec.lumaV;
-        }
+    if (params.colour == JpegColour::Ycck) jpeg_set_colorspace(&cinfo, JCS_YCCK);
+    if (fourChannel) cinfo.write_Adobe_marker = params.adobeMarker ? TRUE : FALSE;
+    jpeg_set_quality(&cinfo, params.quality, TRUE);
+    // CMYK keeps libjpeg's defaults (full resolution; YCCK subsamples the two chroma channels).
+    if (params.colour == JpegColour::Rgb) {
+        cinfo.comp_info[0].h_samp_factor = params.lumaH;
+        cinfo.comp_info[0].v_samp_factor = params.lumaV;
+        for (int c = 1; c < 3; ++c) cinfo.comp_info[c].h_samp_factor = cinfo.comp_info[c].v_samp_factor = 1;
     }
-    if (spec.progressive) jpeg_simple_progression(&cinfo);
-    cinfo.restart_in_rows = spec.restartRows;
+    if (params.progressive) jpeg_simple_progression(&cinfo);
+    cinfo.restart_in_rows = params.restartRows;
     jpeg_start_compress(&cinfo, TRUE);
-    if (!spec.icc.empty()) jpeg_write_icc_profile(&cinfo, spec.icc.data(), unsigned(spec.icc.size()));
+    if (!params.icc.empty()) jpeg_write_icc_profile(&cinfo, params.icc.data(), unsigned(params.icc.size()));
     while (cinfo.next_scanline < cinfo.image_height) {
         JSAMPROW row = const_cast<JSAMPROW>(picture.at(0, int(cinfo.next_scanline)));
         jpeg_write_scanlines(&cinfo, &row, 1);

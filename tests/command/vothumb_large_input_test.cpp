@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 // jpeglib.h needs FILE and size_t declared before it.
 #include <jpeglib.h>
@@ -67,8 +68,10 @@ void appendPngChunk(std::vector<uint8_t>& bytes, const char* type, const std::ve
 
 // A JPEG header declaring width x height (65535 at most: the field has 16 bits) and nothing after it.
 std::vector<uint8_t> jpegHeaderDeclaring(int width, int height) {
-    std::vector<uint8_t> bytes{0xFF, 0xD8, 0xFF, 0xDB, 0x00, 0x43, 0x00};
-    bytes.insert(bytes.end(), 64, 1);  // one flat quantisation table
+    std::vector<uint8_t> bytes;
+    bytes.reserve(100);
+    bytes.insert(bytes.end(), {0xFF, 0xD8, 0xFF, 0xDB, 0x00, 0x43, 0x00});
+    for (int i = 0; i < 64; ++i) bytes.push_back(1);  // one flat quantisation table
     bytes.insert(bytes.end(), {0xFF, 0xC0, 0x00, 0x11, 0x08});
     appendBigEndian(bytes, uint32_t(height), 2);
     appendBigEndian(bytes, uint32_t(width), 2);
@@ -98,6 +101,7 @@ void expectRefusedQuickly(const std::string& input, const TempDir& dir) {
     EXPECT_EQ(run.exitStatus, 0);
     EXPECT_LT(run.seconds, 10.0);
     EXPECT_LT(run.peakRssKb, 200L * 1024) << "peak resident memory in KiB";
+    ::testing::Test::RecordProperty("peakRssKiB", std::to_string(run.peakRssKb));
     EXPECT_EQ(countOccurrences(run.standardError, "problems writing JPEG file"), 2) << run.standardError;
     EXPECT_FALSE(fileExists(dir.file("out-200.jpg")));
     EXPECT_FALSE(fileExists(dir.file("out-600.jpg")));
@@ -131,6 +135,8 @@ TEST(VothumbLargeInput, Jpeg24000By24000IsThumbnailed) {
     EXPECT_EQ(run.exitStatus, 0);
     EXPECT_TRUE(run.standardError.empty()) << run.standardError;
     EXPECT_LT(run.peakRssKb, 1536L * 1024) << "peak resident memory in KiB";
+    RecordProperty("peakRssKiB", std::to_string(run.peakRssKb));
+    RecordProperty("seconds", std::to_string(run.seconds));
 
     for (const auto& [suffix, side] : {std::pair{"-200.jpg", 150}, std::pair{"-600.jpg", 600}}) {
         const std::string path = dir.file(std::string("big") + suffix);

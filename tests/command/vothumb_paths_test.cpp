@@ -65,8 +65,8 @@ TEST(VothumbPaths, SpacesAndNonAsciiCharactersInBothPaths) {
     const ChildRun run = runChecked({input, folder + "/ünïcødé 写真"});
     EXPECT_TRUE(run.standardError.empty()) << run.standardError;
     expectThumbnails(folder + "/ünïcødé 写真", 225);
-    EXPECT_EQ(folderEntries(folder),
-              (std::vector<std::string>{"ünïcødé 写真-200.jpg", "ünïcødé 写真-600.jpg", "ünïcødé 写真.jpg"}));
+    const std::vector<std::string> expected{"ünïcødé 写真-200.jpg", "ünïcødé 写真-600.jpg", "ünïcødé 写真.jpg"};
+    EXPECT_EQ(folderEntries(folder), expected);
 }
 
 TEST(VothumbPaths, PrefixThatIsAFolderWritesBesideIt) {

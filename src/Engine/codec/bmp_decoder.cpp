@@ -12,7 +12,9 @@ namespace voimg::detail {
 namespace {
 
 uint16_t le16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
-uint32_t le32(const uint8_t* p) { return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24; }
+uint32_t le32(const uint8_t* p) {
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
 
 enum : uint32_t { kRgb = 0, kBitfields = 3, kAlphaBitfields = 6 };
 
@@ -97,6 +99,8 @@ bool parseHeader(const uint8_t* d, size_t size, Header& h, std::string* error) {
         const size_t available = size > h.paletteOffset ? (size - h.paletteOffset) / h.paletteEntryBytes : 0;
         h.colours = uint32_t(std::min<size_t>(h.colours, available));
         if (h.colours == 0) return fail("palette missing");
+    } else {
+        h.colours = 0;  // direct colour: any palette in the file is only a display hint
     }
     if (h.width <= 0 || h.height == 0 || h.height == INT32_MIN) return fail("invalid dimensions");
     if (h.pixelOffset >= size) return fail("no pixel data");

@@ -22,7 +22,7 @@ bool isHeifBrand(const uint8_t* brand) {
 }
 
 bool looksLikeHeif(const uint8_t* head, size_t size) {
-    if (!startsWith(head, size, "ftyp", 4, 4)) return false;
+    if (size < 12 || !startsWith(head, size, "ftyp", 4, 4)) return false;
     const uint32_t boxSize = readBe32(head);
     if (boxSize < 16) return false;
     if (isHeifBrand(head + 8)) return true;

@@ -97,8 +97,9 @@ DecodeResult decodeGif(const uint8_t* data, size_t size, const DecodeOptions& op
         palette[i][0] = known ? map->Colors[i].Red : map ? 0 : uint8_t(i);
         palette[i][1] = known ? map->Colors[i].Green : map ? 0 : uint8_t(i);
         palette[i][2] = known ? map->Colors[i].Blue : map ? 0 : uint8_t(i);
-        palette[i][3] = i == transparentIndex ? 0 : 255;
+        palette[i][3] = 255;
     }
+    if (transparentIndex >= 0) std::memset(palette[transparentIndex], 0, 4);  // transparent black
 
     DecodedImage image;
     if (!allocatePixels(image, width, height, false, error)) return std::nullopt;

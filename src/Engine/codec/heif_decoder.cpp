@@ -128,13 +128,15 @@ bool probeHeif(ByteSource& source, ImageInfo& info) {
 DecodeResult decodeHeif(const uint8_t* data, size_t size, const DecodeOptions& options, std::string* error) {
     initLibheif();
     Context context;
-    if (context.ctx) heif_context_set_maximum_image_size_limit(context.ctx, sideLimit(options.maxPixels));
-    if (context.ctx) {
-        heif_error e = heif_context_read_from_memory_without_copy(context.ctx, data, size, nullptr);
-        if (e.code != heif_error_Ok) {
-            setError(error, std::string("invalid HEIF: ") + e.message);
-            return std::nullopt;
-        }
+    if (context.ctx == nullptr) {
+        setError(error, "out of memory");
+        return std::nullopt;
+    }
+    heif_context_set_maximum_image_size_limit(context.ctx, sideLimit(options.maxPixels));
+    if (heif_error e = heif_context_read_from_memory_without_copy(context.ctx, data, size, nullptr);
+        e.code != heif_error_Ok) {
+        setError(error, std::string("invalid HEIF: ") + e.message);
+        return std::nullopt;
     }
     Handle handle;
     if (!openPrimary(context, handle, error)) return std::nullopt;

@@ -12,15 +12,6 @@
 namespace voimg::detail {
 namespace {
 
-// lcms counts pixels in 32 bits; rows are tightly packed, so an image is one run converted in slices.
-void transformPixels(void* transform, uint8_t* pixels, size_t count, size_t bytesPerPixel) {
-    constexpr size_t kSlice = size_t(1) << 24;
-    for (size_t done = 0; done < count; done += kSlice) {
-        uint8_t* p = pixels + done * bytesPerPixel;
-        cmsDoTransform(transform, p, p, cmsUInt32Number(std::min(kSlice, count - done)));
-    }
-}
-
 // The standard CMYK profile's bytes, loaded once; empty when the file is not installed.
 const std::vector<uint8_t>& standardCmykProfile() {
     static const std::vector<uint8_t> bytes = [] {
@@ -51,8 +42,7 @@ void convertToSrgb(DecodedImage& image, const uint8_t* icc, size_t iccSize, IccL
         layout == IccLayout::Rgb ? outFormat : COLORSPACE_SH(PT_GRAY) | CHANNELS_SH(1) | BYTES_SH(bytes) | EXTRA_SH(3);
     const TransformPtr transform = srgbTransform(icc, iccSize, inFormat, outFormat, true);
     if (!transform) return;
-    transformPixels(transform.get(), image.pixels.data(), size_t(image.width) * size_t(image.height),
-                    image.bytesPerPixel());
+    transform->apply(image.pixels.data(), size_t(image.width) * size_t(image.height));
 }
 
 CmykToSrgb::CmykToSrgb(const uint8_t* icc, size_t iccSize, bool inverted) : inverted_(inverted) {
@@ -60,13 +50,14 @@ CmykToSrgb::CmykToSrgb(const uint8_t* icc, size_t iccSize, bool inverted) : inve
     if (icc != nullptr && iccSize != 0) transform_ = srgbTransform(icc, iccSize, inFormat, TYPE_RGBA_8, false);
     if (!transform_) {
         const std::vector<uint8_t>& standard = standardCmykProfile();
-        if (!standard.empty()) transform_ = srgbTransform(standard.data(), standard.size(), inFormat, TYPE_RGBA_8, false);
+        if (!standard.empty())
+            transform_ = srgbTransform(standard.data(), standard.size(), inFormat, TYPE_RGBA_8, false);
     }
 }
 
 void CmykToSrgb::convert(uint8_t* pixels, size_t pixelCount) const {
     if (transform_) {
-        transformPixels(transform_.get(), pixels, pixelCount, 4);
+        transform_->apply(pixels, pixelCount);
         setOpaque(pixels, pixelCount);
         return;
     }

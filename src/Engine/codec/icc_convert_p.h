@@ -7,6 +7,7 @@
 #pragma once
 
 #include "codec_p.h"
+#include "icc_transform_p.h"
 
 #include <memory>
 
@@ -38,7 +39,7 @@ public:
     [[nodiscard]] bool usesProfile() const { return transform_ != nullptr; }
 
 private:
-    std::shared_ptr<void> transform_;
+    TransformPtr transform_;
     bool inverted_;
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Builds and caches lcms2 transforms to sRGB, and recognises profiles that are sRGB already.
+// Builds and caches transforms to sRGB, and recognises profiles that are sRGB already.
 #include "icc_transform_p.h"
 
 #include <lcms2.h>
@@ -23,10 +23,14 @@ cmsContext lcmsContext() {
     return context;
 }
 
-cmsHPROFILE srgbProfile() {
-    static const cmsHPROFILE profile = cmsCreate_sRGBProfileTHR(lcmsContext());
-    return profile;
-}
+// lcms profile objects cache what they read, so each transform build gets its own (cheap) sRGB profile
+// rather than sharing one between threads.
+struct SrgbProfile {
+    cmsHPROFILE handle = cmsCreate_sRGBProfileTHR(lcmsContext());
+    ~SrgbProfile() {
+        if (handle) cmsCloseProfile(handle);
+    }
+};
 
 double srgbCurve(double x) { return x <= 0.04045 ? x / 12.92 : std::pow((x + 0.055) / 1.055, 2.4); }
 
@@ -40,21 +44,24 @@ bool curveMatchesSrgb(const cmsToneCurve* curve) {
     return true;
 }
 
-bool colorantMatches(cmsHPROFILE profile, cmsTagSignature tag) {
+bool colorantMatches(cmsHPROFILE profile, cmsHPROFILE srgb, cmsTagSignature tag) {
     const auto* own = static_cast<const cmsCIEXYZ*>(cmsReadTag(profile, tag));
-    const auto* ref = static_cast<const cmsCIEXYZ*>(cmsReadTag(srgbProfile(), tag));
+    const auto* ref = static_cast<const cmsCIEXYZ*>(cmsReadTag(srgb, tag));
     if (own == nullptr || ref == nullptr) return false;
-    return std::fabs(own->X - ref->X) < 0.003 && std::fabs(own->Y - ref->Y) < 0.003 && std::fabs(own->Z - ref->Z) < 0.003;
+    constexpr double kTolerance = 0.003;
+    return std::fabs(own->X - ref->X) < kTolerance && std::fabs(own->Y - ref->Y) < kTolerance &&
+           std::fabs(own->Z - ref->Z) < kTolerance;
 }
 
-bool isSrgbEquivalent(cmsHPROFILE profile) {
+bool isSrgbEquivalent(cmsHPROFILE profile, cmsHPROFILE srgb) {
     const cmsColorSpaceSignature space = cmsGetColorSpace(profile);
     if (cmsIsCLUT(profile, INTENT_PERCEPTUAL, LCMS_USED_AS_INPUT)) return false;
     if (space == cmsSigGrayData)
         return curveMatchesSrgb(static_cast<const cmsToneCurve*>(cmsReadTag(profile, cmsSigGrayTRCTag)));
     if (space != cmsSigRgbData || !cmsIsMatrixShaper(profile)) return false;
-    return colorantMatches(profile, cmsSigRedColorantTag) && colorantMatches(profile, cmsSigGreenColorantTag) &&
-           colorantMatches(profile, cmsSigBlueColorantTag) &&
+    return colorantMatches(profile, srgb, cmsSigRedColorantTag) &&
+           colorantMatches(profile, srgb, cmsSigGreenColorantTag) &&
+           colorantMatches(profile, srgb, cmsSigBlueColorantTag) &&
            curveMatchesSrgb(static_cast<const cmsToneCurve*>(cmsReadTag(profile, cmsSigRedTRCTag))) &&
            curveMatchesSrgb(static_cast<const cmsToneCurve*>(cmsReadTag(profile, cmsSigGreenTRCTag))) &&
            curveMatchesSrgb(static_cast<const cmsToneCurve*>(cmsReadTag(profile, cmsSigBlueTRCTag)));
@@ -73,13 +80,20 @@ TransformPtr buildTransform(const uint8_t* icc, size_t size, uint32_t inFormat, 
     if (size > UINT32_MAX) return nullptr;
     cmsHPROFILE profile = cmsOpenProfileFromMemTHR(lcmsContext(), icc, cmsUInt32Number(size));
     if (profile == nullptr) return nullptr;
-    TransformPtr result;
+    std::shared_ptr<ColourTransform> result;
+    const SrgbProfile srgb;
     const cmsProfileClassSignature cls = cmsGetDeviceClass(profile);
     const bool usable = cls != cmsSigLinkClass && cls != cmsSigAbstractClass && cls != cmsSigNamedColorClass;
-    if (usable && spaceMatchesFormat(profile, inFormat) && !(skipIfSrgb && isSrgbEquivalent(profile))) {
-        cmsHTRANSFORM t = cmsCreateTransformTHR(lcmsContext(), profile, inFormat, srgbProfile(), outFormat,
+    if (usable && spaceMatchesFormat(profile, inFormat) && srgb.handle != nullptr &&
+        !(skipIfSrgb && isSrgbEquivalent(profile, srgb.handle))) {
+        cmsHTRANSFORM t = cmsCreateTransformTHR(lcmsContext(), profile, inFormat, srgb.handle, outFormat,
                                                 INTENT_PERCEPTUAL, cmsFLAGS_NOCACHE);
-        if (t != nullptr) result = TransformPtr(t, [](void* p) { cmsDeleteTransform(p); });
+        if (t != nullptr) {
+            result = std::make_shared<ColourTransform>();
+            result->lcms = t;
+            result->bytesPerPixel = size_t(T_BYTES(outFormat)) * (T_CHANNELS(outFormat) + T_EXTRA(outFormat));
+            addFastPath(*result, profile, srgb.handle, inFormat, outFormat);
+        }
     }
     cmsCloseProfile(profile);
     return result;
@@ -100,6 +114,10 @@ std::mutex cacheMutex;
 std::list<CacheEntry> cache;
 
 }  // namespace
+
+ColourTransform::~ColourTransform() {
+    if (lcms != nullptr) cmsDeleteTransform(lcms);
+}
 
 TransformPtr srgbTransform(const uint8_t* icc, size_t size, uint32_t inFormat, uint32_t outFormat, bool skipIfSrgb) {
     if (icc == nullptr || size < 128) return nullptr;  // shorter than an ICC header

@@ -9,6 +9,8 @@
 
 #include <spng.h>
 
+#include <vector>
+
 namespace voimg::detail {
 namespace {
 
@@ -25,6 +27,29 @@ struct SpngContext {
 
 std::string spngMessage(const char* what, int code) { return std::string(what) + ": " + spng_strerror(code); }
 
+uint32_t be32(const uint8_t* p) { return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3]; }
+
+// libspng only decodes image data from complete chunks, so a file cut inside its last IDAT chunk would
+// lose that chunk's rows (all of them, when the encoder wrote a single IDAT). For such files this returns
+// a copy whose last chunk is shortened to the bytes present (its CRC is then not checked); otherwise empty.
+std::vector<uint8_t> repairTruncatedIdat(const uint8_t* data, size_t size) {
+    size_t pos = 8;
+    while (pos + 12 <= size) {
+        const uint64_t length = be32(data + pos);
+        if (pos + 12 + length <= size) {
+            pos += 12 + size_t(length);
+            continue;
+        }
+        const size_t present = size - pos - 8;
+        if (std::memcmp(data + pos + 4, "IDAT", 4) != 0 || present == 0) return {};
+        std::vector<uint8_t> copy(data, data + size);
+        copy.insert(copy.end(), 4, 0);  // placeholder CRC
+        for (int i = 0; i < 4; ++i) copy[pos + size_t(i)] = uint8_t(present >> (24 - 8 * i));
+        return copy;
+    }
+    return {};
+}
+
 }  // namespace
 
 DecodeResult decodePng(const uint8_t* data, size_t size, const DecodeOptions& options, std::string* error) {
@@ -36,7 +61,13 @@ DecodeResult decodePng(const uint8_t* data, size_t size, const DecodeOptions& op
     }
     spng_set_chunk_limits(ctx, kChunkSizeLimit, kChunkCacheLimit);
     spng_set_image_limits(ctx, 0x7fffffffu, 0x7fffffffu);
-    spng_set_png_buffer(ctx, data, size);
+    const std::vector<uint8_t> repaired = repairTruncatedIdat(data, size);
+    if (!repaired.empty()) {
+        spng_set_crc_action(ctx, SPNG_CRC_USE, SPNG_CRC_USE);
+        spng_set_png_buffer(ctx, repaired.data(), repaired.size());
+    } else {
+        spng_set_png_buffer(ctx, data, size);
+    }
 
     spng_ihdr ihdr{};
     if (int rc = spng_get_ihdr(ctx, &ihdr); rc != 0) {

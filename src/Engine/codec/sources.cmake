@@ -10,6 +10,7 @@ set(VO_CODEC_SOURCES
   codec/image_probe.cpp
   codec/icc_transform_p.h
   codec/icc_transform.cpp
+  codec/icc_fast_paths.cpp
   codec/icc_convert_p.h
   codec/icc_convert.cpp
   codec/jpeg_decoder.cpp
@@ -17,7 +18,7 @@ set(VO_CODEC_SOURCES
   codec/tiff_p.h
   codec/tiff_io.cpp
   codec/tiff_decoder.cpp
-  codec/tiff_decoder16.cpp
+  codec/tiff_direct.cpp
   codec/webp_decoder.cpp
   codec/gif_decoder.cpp
   codec/heif_decoder.cpp

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // TIFF decoding with libtiff (first directory only).
 //
-// 16-bit RGB and grey keep their depth (see tiff_decoder16.cpp). 8-bit contiguous CMYK goes through the
-// colour-managed CMYK conversion. Everything else libtiff's RGBA reader understands (8-bit and lower
-// depths, palette, YCbCr, JPEG-compressed, ...) comes out as 8-bit RGBA. Rows are returned in storage
+// 8- and 16-bit RGB and grey are copied directly at their depth (see tiff_direct.cpp). 8-bit contiguous
+// CMYK goes through the colour-managed CMYK conversion. Everything else libtiff's RGBA reader understands
+// (lower depths, palette, YCbCr, JPEG-compressed YCbCr, ...) comes out as 8-bit RGBA. Rows are returned in storage
 // order: like EXIF orientation, the Orientation tag is not applied.
 #include "icc_convert_p.h"
 #include "tiff_p.h"
@@ -113,16 +113,18 @@ DecodeResult decodeTiff(const uint8_t* data, size_t size, const DecodeOptions& o
     const auto* icc = static_cast<const uint8_t*>(iccData);
 
     const bool grey = layout.photometric == PHOTOMETRIC_MINISBLACK || layout.photometric == PHOTOMETRIC_MINISWHITE;
-    const bool deep = layout.bitsPerSample == 16 && layout.sampleFormat == SAMPLEFORMAT_UINT &&
-                      ((layout.photometric == PHOTOMETRIC_RGB && layout.samplesPerPixel >= 3) || grey);
+    const bool direct = (layout.bitsPerSample == 8 || layout.bitsPerSample == 16) &&
+                        layout.sampleFormat == SAMPLEFORMAT_UINT &&
+                        ((layout.photometric == PHOTOMETRIC_RGB && layout.samplesPerPixel >= 3) || grey);
+    const bool deep = direct && layout.bitsPerSample == 16;
     const bool cmyk = layout.photometric == PHOTOMETRIC_SEPARATED && layout.inkSet == INKSET_CMYK &&
                       layout.bitsPerSample == 8 && layout.samplesPerPixel >= 4 && layout.alphaIndex < 0 &&
                       layout.planar == PLANARCONFIG_CONTIG && !TIFFIsTiled(tif);
 
     DecodedImage image;
     if (!allocatePixels(image, int(width), int(height), deep, error)) return std::nullopt;
-    if (deep) {
-        if (!readTiff16(tif, image, layout.alphaIndex, layout.premultiplied)) {
+    if (direct) {
+        if (!readTiffDirect(tif, image, layout.alphaIndex, layout.premultiplied)) {
             setError(error, "invalid TIFF image data");
             return std::nullopt;
         }

@@ -62,7 +62,8 @@ bool probeTiff(ByteSource& source, ImageInfo& info) {
     TiffReader reader;
     if (!openTiff(reader, source, 64u << 20)) return false;
     uint32_t width = 0, height = 0;
-    if (!TIFFGetField(reader.tif, TIFFTAG_IMAGEWIDTH, &width) || !TIFFGetField(reader.tif, TIFFTAG_IMAGELENGTH, &height))
+    if (!TIFFGetField(reader.tif, TIFFTAG_IMAGEWIDTH, &width) ||
+        !TIFFGetField(reader.tif, TIFFTAG_IMAGELENGTH, &height))
         return false;
     if (width == 0 || height == 0 || width > 0x7fffffffu || height > 0x7fffffffu) return false;
     info.width = int(width);

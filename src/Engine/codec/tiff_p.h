@@ -26,9 +26,10 @@ struct TiffReader {
 // False when the header is unreadable.
 [[nodiscard]] bool openTiff(TiffReader& reader, ByteSource& source, uint64_t maxAlloc);
 
-// Decodes a 16-bit unsigned RGB(A) or grey(+alpha) directory (strips or tiles, either planar
-// configuration) into a 16-bit image already sized to the directory. `alphaIndex` is the sample holding
-// alpha, or -1; `premultiplied` tells whether that alpha is associated. False when nothing could be read.
-[[nodiscard]] bool readTiff16(TIFF* tif, DecodedImage& image, int alphaIndex, bool premultiplied);
+// Decodes an 8- or 16-bit unsigned RGB(A) or grey(+alpha) directory (strips or tiles, either planar
+// configuration) into an image already sized to the directory at the matching depth. `alphaIndex` is the
+// sample holding alpha, or -1; `premultiplied` tells whether that alpha is associated. False when nothing
+// could be read.
+[[nodiscard]] bool readTiffDirect(TIFF* tif, DecodedImage& image, int alphaIndex, bool premultiplied);
 
 }  // namespace voimg::detail

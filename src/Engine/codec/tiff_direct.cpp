@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
-// 16-bit TIFF reading: RGB(A) and grey(+alpha), stripped or tiled, contiguous or planar samples.
+// Direct TIFF reading of 8- and 16-bit RGB(A) and grey(+alpha): stripped or tiled, contiguous or planar
+// samples, copied straight into the output without libtiff's RGBA packing (which would premultiply alpha
+// and drop 16-bit precision).
 //
 // Strips are treated as full-width tiles so one loop covers both layouts. A block that fails to decode is
 // painted opaque grey; the image counts as unreadable only if no block at all decoded.
@@ -10,21 +12,27 @@
 namespace voimg::detail {
 namespace {
 
-constexpr uint16_t kGrey = 0x8080;
+template <typename T>
+constexpr T kMax = T(~T(0));
 
+template <typename T>
+T* pixelAt(DecodedImage& image, uint32_t x, uint32_t y) {
+    return reinterpret_cast<T*>(image.pixels.data() + size_t(y) * image.stride()) + size_t(x) * 4;
+}
+
+template <typename T>
 void paintGrey(DecodedImage& image, uint32_t x, uint32_t y, uint32_t cols, uint32_t rows) {
     for (uint32_t r = 0; r < rows; ++r) {
-        auto* px = reinterpret_cast<uint16_t*>(image.pixels.data() + size_t(y + r) * image.stride()) + size_t(x) * 4;
+        T* px = pixelAt<T>(image, x, y + r);
         for (uint32_t c = 0; c < cols; ++c, px += 4) {
-            px[0] = px[1] = px[2] = kGrey;
-            px[3] = 0xffff;
+            px[0] = px[1] = px[2] = T(kMax<T> / 255 * 128);
+            px[3] = kMax<T>;
         }
     }
 }
 
-}  // namespace
-
-bool readTiff16(TIFF* tif, DecodedImage& image, int alphaIndex, bool premultiplied) {
+template <typename T>
+bool readDirect(TIFF* tif, DecodedImage& image, int alphaIndex, bool premultiplied) {
     uint16_t spp = 1, planar = PLANARCONFIG_CONTIG, photometric = PHOTOMETRIC_MINISBLACK;
     TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &spp);
     TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &planar);
@@ -51,15 +59,15 @@ bool readTiff16(TIFF* tif, DecodedImage& image, int alphaIndex, bool premultipli
     const bool separate = planar == PLANARCONFIG_SEPARATE && spp > 1;
     const uint32_t samplesInBlock = separate ? 1 : spp;
     const uint64_t blockBytes = tiled ? TIFFTileSize64(tif) : TIFFStripSize64(tif);
-    const uint64_t blockNeed = uint64_t(blockW) * blockH * samplesInBlock * 2;
+    const uint64_t blockNeed = uint64_t(blockW) * blockH * samplesInBlock * sizeof(T);
     // Tiles far larger than the image itself are a malformed header, not something worth allocating.
-    const uint64_t imageBytes = uint64_t(width) * height * spp * 2;
+    const uint64_t imageBytes = uint64_t(width) * height * spp * sizeof(T);
     if (blockBytes < blockNeed || blockNeed > std::max<uint64_t>(imageBytes * 4, 64u << 20)) return false;
-    std::vector<uint16_t> buffer(size_t(blockBytes / 2 + 1));
+    std::vector<T> buffer(size_t(blockBytes / sizeof(T) + 1));
 
     if (alphaIndex < 0) {
-        auto* px = reinterpret_cast<uint16_t*>(image.pixels.data());
-        for (size_t i = 0, n = size_t(width) * height; i < n; ++i) px[i * 4 + 3] = 0xffff;
+        T* px = pixelAt<T>(image, 0, 0);
+        for (size_t i = 0, n = size_t(width) * height; i < n; ++i) px[i * 4 + 3] = kMax<T>;
     }
     bool anyBlock = false;
     const int planes = separate ? used : 1;
@@ -72,21 +80,21 @@ bool readTiff16(TIFF* tif, DecodedImage& image, int alphaIndex, bool premultipli
                                                 tmsize_t(blockBytes))
                           : TIFFReadEncodedStrip(tif, TIFFComputeStrip(tif, by, uint16_t(plane)), buffer.data(),
                                                  tmsize_t(blockBytes));
-                if (got < tmsize_t(uint64_t(blockW) * samplesInBlock * 2 * (rows - 1) + cols * samplesInBlock * 2)) {
-                    paintGrey(image, bx, by, cols, rows);
+                const uint64_t needed = (uint64_t(blockW) * (rows - 1) + cols) * samplesInBlock * sizeof(T);
+                if (got < 0 || uint64_t(got) < needed) {
+                    paintGrey<T>(image, bx, by, cols, rows);
                     continue;
                 }
                 anyBlock = true;
                 for (uint32_t r = 0; r < rows; ++r) {
-                    const uint16_t* src = buffer.data() + size_t(r) * blockW * samplesInBlock;
-                    auto* dst = reinterpret_cast<uint16_t*>(image.pixels.data() + size_t(by + r) * image.stride()) +
-                                size_t(bx) * 4;
+                    const T* src = buffer.data() + size_t(r) * blockW * samplesInBlock;
+                    T* dst = pixelAt<T>(image, bx, by + r);
                     for (uint32_t c = 0; c < cols; ++c, src += samplesInBlock, dst += 4) {
                         for (uint32_t k = 0; k < samplesInBlock; ++k) {
                             const int s = separate ? plane : int(k);
                             if (s >= used) continue;
-                            uint16_t v = src[k];
-                            if (invert && s == 0) v = uint16_t(0xffff - v);
+                            T v = src[k];
+                            if (invert && s == 0) v = T(kMax<T> - v);
                             for (int ch = 0; ch < 4; ++ch)
                                 if (channels[s] & (1u << ch)) dst[ch] = v;
                         }
@@ -97,6 +105,13 @@ bool readTiff16(TIFF* tif, DecodedImage& image, int alphaIndex, bool premultipli
     }
     if (anyBlock && alphaIndex >= 0 && premultiplied) unpremultiplyAlpha(image);
     return anyBlock;
+}
+
+}  // namespace
+
+bool readTiffDirect(TIFF* tif, DecodedImage& image, int alphaIndex, bool premultiplied) {
+    return image.sixteenBit ? readDirect<uint16_t>(tif, image, alphaIndex, premultiplied)
+                            : readDirect<uint8_t>(tif, image, alphaIndex, premultiplied);
 }
 
 }  // namespace voimg::detail

@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: MIT
+// JPEG and PNG writers: stream structure, quantisation tables, round trips, atomic replacement.
+#include "test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace votest;
+
+namespace {
+
+// libjpeg's standard tables in natural (row-major) order.
+constexpr unsigned kLuma[64] = {16, 11, 10, 16, 24,  40,  51,  61,  12, 12, 14, 19, 26,  58,  60,  55,
+                                14, 13, 16, 24, 40,  57,  69,  56,  14, 17, 22, 29, 51,  87,  80,  62,
+                                18, 22, 37, 56, 68,  109, 103, 77,  24, 35, 55, 64, 81,  104, 113, 92,
+                                49, 64, 78, 87, 103, 121, 120, 101, 72, 92, 95, 98, 112, 100, 103, 99};
+constexpr unsigned kChroma[64] = {17, 18, 24, 47, 99, 99, 99, 99, 18, 21, 26, 66, 99, 99, 99, 99,
+                                  24, 26, 56, 99, 99, 99, 99, 99, 47, 66, 99, 99, 99, 99, 99, 99,
+                                  99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
+                                  99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99};
+// Position in natural order of the k-th coefficient in zigzag (stream) order.
+constexpr int kZigzag[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
+                             41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
+                             30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+
+unsigned scaled(unsigned base, int quality) {
+    const int scale = quality < 50 ? 5000 / quality : 200 - quality * 2;
+    return std::clamp<unsigned>((base * unsigned(scale) + 50) / 100, 1, 255);
+}
+
+struct Segment {
+    uint8_t marker;
+    Bytes payload;
+};
+
+std::vector<Segment> segmentsBeforeScan(const Bytes& jpeg) {
+    std::vector<Segment> out;
+    size_t pos = 2;
+    while (pos + 4 <= jpeg.size() && jpeg[pos] == 0xFF) {
+        const uint8_t marker = jpeg[pos + 1];
+        const size_t length = size_t(jpeg[pos + 2]) << 8 | jpeg[pos + 3];
+        out.push_back({marker, Bytes(jpeg.begin() + long(pos + 4), jpeg.begin() + long(pos + 2 + length))});
+        if (marker == 0xDA) break;
+        pos += 2 + length;
+    }
+    return out;
+}
+
+// Smooth colour ramps: what a thumbnail mostly consists of.
+Picture smoothPicture(int width, int height) {
+    Picture p{width, height, 3, {}};
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            p.samples.insert(p.samples.end(), {uint8_t(40 + x * 2), uint8_t(200 - y * 2), uint8_t(60 + (x + y))});
+    return p;
+}
+
+TEST(JpegWriter, BaselineFourTwoZeroStandardTables) {
+    TempDir dir;
+    const Picture p = smoothPicture(70, 50);
+    const std::string path = dir.file("out.jpg");
+    std::string error;
+    ASSERT_TRUE(voimg::writeJpegFile(path, p.samples.data(), 70, 50, 85, &error)) << error;
+    const Bytes jpeg = readFile(path);
+    ASSERT_GT(jpeg.size(), 100u);
+    EXPECT_EQ(jpeg[0], 0xFF);
+    EXPECT_EQ(jpeg[1], 0xD8);
+    EXPECT_EQ(jpeg[jpeg.size() - 2], 0xFF);
+    EXPECT_EQ(jpeg[jpeg.size() - 1], 0xD9);
+
+    bool sawJfif = false, sawSof0 = false;
+    std::vector<std::pair<int, std::vector<unsigned>>> tables;
+    for (const Segment& s : segmentsBeforeScan(jpeg)) {
+        EXPECT_NE(s.marker, 0xE2) << "no ICC profile expected";
+        EXPECT_TRUE(s.marker != 0xC1 && s.marker != 0xC2) << "not baseline";
+        if (s.marker == 0xE0) sawJfif |= s.payload.size() >= 5 && std::memcmp(s.payload.data(), "JFIF", 5) == 0;
+        if (s.marker == 0xDB)
+            for (size_t i = 0; i + 65 <= s.payload.size(); i += 65) {
+                EXPECT_EQ(s.payload[i] >> 4, 0) << "8-bit tables";
+                tables.push_back({s.payload[i] & 15, std::vector<unsigned>(s.payload.begin() + long(i) + 1,
+                                                                           s.payload.begin() + long(i) + 65)});
+            }
+        if (s.marker == 0xC0) {
+            sawSof0 = true;
+            ASSERT_EQ(s.payload.size(), 15u);
+            EXPECT_EQ(s.payload[0], 8);
+            EXPECT_EQ((s.payload[1] << 8) | s.payload[2], 50);
+            EXPECT_EQ((s.payload[3] << 8) | s.payload[4], 70);
+            ASSERT_EQ(s.payload[5], 3);
+            EXPECT_EQ(s.payload[7], 0x22);   // Y 2x2
+            EXPECT_EQ(s.payload[10], 0x11);  // Cb 1x1
+            EXPECT_EQ(s.payload[13], 0x11);  // Cr 1x1
+        }
+    }
+    EXPECT_TRUE(sawJfif);
+    EXPECT_TRUE(sawSof0);
+    ASSERT_EQ(tables.size(), 2u);
+    for (const auto& [id, values] : tables) {
+        const unsigned* base = id == 0 ? kLuma : kChroma;
+        for (int k = 0; k < 64; ++k)
+            EXPECT_EQ(values[size_t(k)], scaled(base[kZigzag[k]], 85)) << "table " << id << " #" << k;
+    }
+
+    const auto decoded = voimg::decodeImageFile(path, {}, &error);
+    ASSERT_TRUE(decoded) << error;
+    double total = 0;
+    for (int y = 0; y < 50; ++y)
+        for (int x = 0; x < 70; ++x)
+            for (int c = 0; c < 3; ++c) total += std::abs(int(sampleAt(*decoded, x, y, c)) - int(p.at(x, y)[c]));
+    EXPECT_LT(total / (70 * 50 * 3), 1.5);
+}
+
+TEST(PngWriter, RoundTripsRgbaExactly) {
+    TempDir dir;
+    const Picture p = makeGradient(33, 21, 4);
+    const std::string path = dir.file("out.png");
+    std::string error;
+    ASSERT_TRUE(voimg::writePngFile(path, p.samples.data(), 33, 21, &error)) << error;
+    const auto decoded = voimg::decodeImageFile(path, {}, &error);
+    ASSERT_TRUE(decoded) << error;
+    EXPECT_FALSE(decoded->sixteenBit);
+    EXPECT_TRUE(decoded->hasAlpha);
+    EXPECT_EQ(decoded->pixels, p.samples);
+}
+
+TEST(Writers, ReplaceExistingFileAndLeaveNoTemporaries) {
+    TempDir dir;
+    const std::string path = dir.file("thumb.png");
+    writeFile(path, {1, 2, 3});
+    const Picture p = makeGradient(8, 8, 4);
+    ASSERT_TRUE(voimg::writePngFile(path, p.samples.data(), 8, 8));
+    ASSERT_TRUE(voimg::writeJpegFile(dir.file("thumb.jpg"), makeGradient(8, 8).samples.data(), 8, 8, 80));
+    EXPECT_EQ(listFolder(dir.path()).size(), 2u);
+    EXPECT_TRUE(voimg::decodeImageFile(path));
+}
+
+TEST(Writers, FailedWritesLeaveNoFile) {
+    TempDir dir;
+    const Picture rgba = makeGradient(8, 8, 4), rgb = makeGradient(8, 8);
+    std::string error;
+    const std::string missing = dir.file("no/such/folder/out.jpg");
+    EXPECT_FALSE(voimg::writeJpegFile(missing, rgb.samples.data(), 8, 8, 80, &error));
+    EXPECT_FALSE(error.empty());
+    EXPECT_FALSE(voimg::writePngFile(dir.file("no/out.png"), rgba.samples.data(), 8, 8, &error));
+    EXPECT_FALSE(fileExists(missing));
+
+    const std::string folder = dir.file("target");
+    ASSERT_EQ(::mkdir(folder.c_str(), 0755), 0);
+    error.clear();
+    EXPECT_FALSE(voimg::writePngFile(folder, rgba.samples.data(), 8, 8, &error));
+    EXPECT_NE(error.find("directory"), std::string::npos) << error;
+    EXPECT_FALSE(voimg::writeJpegFile(folder + "/", rgb.samples.data(), 8, 8, 80, &error));
+    EXPECT_TRUE(listFolder(folder).empty());
+    EXPECT_EQ(listFolder(dir.path()).size(), 1u);  // only the folder itself, no temporary files
+
+    EXPECT_FALSE(voimg::writeJpegFile(dir.file("bad.jpg"), nullptr, 8, 8, 80, &error));
+    EXPECT_FALSE(voimg::writePngFile(dir.file("bad.png"), rgba.samples.data(), 0, 8, &error));
+    EXPECT_EQ(listFolder(dir.path()).size(), 1u);
+}
+
+TEST(Writers, ReadOnlyFolder) {
+    if (::geteuid() == 0) GTEST_SKIP() << "root writes into read-only folders regardless of permissions";
+    TempDir dir;
+    const std::string folder = dir.file("locked");
+    ASSERT_EQ(::mkdir(folder.c_str(), 0555), 0);
+    std::string error;
+    EXPECT_FALSE(voimg::writePngFile(folder + "/x.png", makeGradient(4, 4, 4).samples.data(), 4, 4, &error));
+    EXPECT_FALSE(error.empty());
+    EXPECT_TRUE(listFolder(folder).empty());
+}
+
+TEST(Writers, FolderRefusingNewFilesEvenForRoot) {
+    // /proc accepts no new files from anyone, which checks the creation failure path when running as root.
+    std::string error;
+    EXPECT_FALSE(voimg::writePngFile("/proc/vo-test.png", makeGradient(4, 4, 4).samples.data(), 4, 4, &error));
+    EXPECT_FALSE(error.empty());
+    EXPECT_FALSE(voimg::writeJpegFile("/proc/vo-test.jpg", makeGradient(4, 4).samples.data(), 4, 4, 80, &error));
+    EXPECT_FALSE(fileExists("/proc/vo-test.jpg"));
+}
+
+}  // namespace

@@ -1,0 +1,19 @@
+# Codec tests, relative to tests/.
+set(VO_CODEC_TEST_SOURCES
+  codec/test_support.h
+  codec/test_support.cpp
+  codec/write_jpeg.cpp
+  codec/write_png.cpp
+  codec/write_tiff_gif.cpp
+  codec/write_webp.cpp
+  codec/write_heif_bmp.cpp
+  codec/jpeg_decode_test.cpp
+  codec/png_decode_test.cpp
+  codec/tiff_gif_decode_test.cpp
+  codec/webp_heif_decode_test.cpp
+  codec/bmp_decode_test.cpp
+  codec/bad_input_test.cpp
+  codec/color_profile_test.cpp
+  codec/encoder_test.cpp
+  codec/probe_test.cpp
+)
