@@ -5,6 +5,7 @@ set(VO_COMMAND_TEST_SOURCES
   command/vothumb_large_input_test.cpp
   command/vothumb_output_test.cpp
   command/vothumb_paths_test.cpp
+  command/vothumb_real_photo_test.cpp
   command/vothumb_runner.cpp
   command/vothumb_runner.h
 )
