@@ -65,7 +65,7 @@ TEST(VothumbRealPhoto, ThumbnailsOfWallpapers) {
             EXPECT_EQ(facts.quantTables[0], standardQuantTable(0, 85));
             // Reduced decoding (DCT scaling averages gamma-encoded samples) moves samples a little, and JPEG
             // noise on top of two slightly different pictures adds to it: measured 0.53 and 0.00 on the
-            // photograph, 2.51 and 0.00 on the finely textured painting. A wrong scale, shift or colour gives
+            // photograph, 2.51 and 2.00 on the finely textured painting. A wrong scale, shift or colour gives
             // well over 10.
             const double difference = differenceFromFullDecode(photo.path, path, float(height));
             std::printf("%s%s: mean difference from the full decode %.2f\n", photo.path, suffix, difference);

@@ -34,7 +34,7 @@ TEST(FileImage, ReducedDecodeMatchesFullResolutionRender) {
     const Image eager = Image::withDecodedImage(std::move(*full));
 
     RenderContext context;
-    for (float scale : {0.03f, 0.05f, 0.1f, 0.2f}) {
+    for (float scale : {0.03f, 0.05f, 0.1f, 0.3f}) {
         const AffineTransform t = AffineTransform::scale(scale, scale);
         const Image a = lazy.transformed(t), b = eager.transformed(t);
         const Bitmap ra = context.createBitmap(a, a.extent(), BitmapFormat::Rgba8);
@@ -43,8 +43,8 @@ TEST(FileImage, ReducedDecodeMatchesFullResolutionRender) {
         ASSERT_EQ(ra.height, rb.height);
         EXPECT_LT(meanAbsoluteDifference(ra, rb), 1.0) << "scale " << scale;
     }
-    // Each scale decoded at the coarsest level that leaves at least a 4x shrink: 0.03 -> 1/8, 0.05 -> 1/4,
-    // 0.1 -> 1/2, 0.2 -> full size.
+    // Each scale decoded at the coarsest level the resample hides: 1/2 when at least a 2x shrink remains,
+    // 1/4 and 1/8 when at least 4x remains: 0.03 -> 1/8, 0.05 -> 1/4, 0.1 -> 1/2, 0.3 -> full size.
     const auto* file = dynamic_cast<const FileNode*>(lazy.node().get());
     ASSERT_NE(file, nullptr);
     EXPECT_EQ(file->decodedReductions(), (std::vector<int>{1, 2, 4, 8}));
