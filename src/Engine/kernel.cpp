@@ -38,8 +38,8 @@ public:
         for (const auto& sampler : samplers_) {
             inputs.emplace_back(inside);
             const Image& image = sampler->sampledImage();
-            if (image.isNull()) continue;  // a sampler of nothing reads transparent
-            image.node()->render(inputs.back().view());
+            if (image.isNull()) inputs.back().view().clear();  // a sampler of nothing reads transparent
+            else image.node()->render(inputs.back().view());
         }
         std::vector<const float*> rows(samplers_.size());
         for (int64_t y = inside.y; y < inside.maxY(); ++y) {

@@ -27,8 +27,8 @@ void TileView::clear() const {
     for (int64_t y = rect.y; y < rect.maxY(); ++y) std::memset(row(y), 0, size_t(rect.width) * 4 * sizeof(float));
 }
 
-TileBuffer::TileBuffer(const PixelRect& rect) : storage_(size_t(rect.area()) * 4, 0.0f) {
-    view_ = {rect, storage_.data(), size_t(std::max<int64_t>(rect.width, 0)) * 4};
+TileBuffer::TileBuffer(const PixelRect& rect) : storage_(new float[size_t(rect.area()) * 4]) {
+    view_ = {rect, storage_.get(), size_t(std::max<int64_t>(rect.width, 0)) * 4};
 }
 
 PixelRect pixelRectEnclosing(const Rect& r) {

@@ -38,14 +38,14 @@ struct TileView {
     void clear() const;
 };
 
-// An owned float RGBA buffer.
+// An owned float RGBA buffer. Its contents start undefined: every node fills all of what it renders.
 class TileBuffer {
 public:
     explicit TileBuffer(const PixelRect& rect);
     [[nodiscard]] const TileView& view() const { return view_; }
 
 private:
-    std::vector<float> storage_;
+    std::unique_ptr<float[]> storage_;
     TileView view_;
 };
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <vector>
 
 #include "nodes_p.h"
@@ -34,7 +35,8 @@ void resampleSeparable(const Node& child, const Rect& childExtent, const AffineT
 
     // Horizontal pass: every needed child row filtered down to the output width.
     const int64_t srcWidth = xt.hi - xt.lo, rows = yt.hi - yt.lo, outWidth = out.rect.width;
-    std::vector<float> horizontal(size_t(rows) * size_t(outWidth) * 4);
+    // Every value is written below before it is read.
+    const std::unique_ptr<float[]> horizontal(new float[size_t(rows) * size_t(outWidth) * 4]);
     const int64_t chunkRows = std::max<int64_t>(1, int64_t(kChunkBytes / (size_t(srcWidth) * 16)));
     for (int64_t r0 = yt.lo; r0 < yt.hi; r0 += chunkRows) {
         const int64_t r1 = std::min(yt.hi, r0 + chunkRows);
