@@ -52,6 +52,7 @@ void AffineNode::render(const TileView& out) const {
     std::shared_ptr<const BitmapNode> level;
     if (const auto* file = dynamic_cast<const FileNode*>(source)) {
         level = file->levelForReduction(reductionFor(t));
+        if (!level) return view.clear();
         const Rect full = file->extent(), reduced = level->extent();
         if (!(reduced == full))
             t = AffineTransform::scale(full.width / reduced.width, full.height / reduced.height).appending(t);

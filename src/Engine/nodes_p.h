@@ -62,8 +62,8 @@ public:
     FileNode(std::string path, const ImageInfo& info);
     void render(const TileView& out) const override;
     // The file decoded at 1/reduction of its size (reduction 1, 2, 4 or 8; formats without scaled decoding
-    // give full size). The bitmap's own extent says what was decoded. Never null: a failed decode gives a
-    // transparent bitmap of the declared size.
+    // give full size). The bitmap's own extent says what was decoded. Null when the header was readable but
+    // the data is not: the picture is then transparent, and nothing of its declared size is allocated.
     [[nodiscard]] std::shared_ptr<const BitmapNode> levelForReduction(int reduction) const;
     [[nodiscard]] bool supportsReducedDecode() const;
     // The reductions decoded so far, finest first.

@@ -114,15 +114,8 @@ std::shared_ptr<const BitmapNode> FileNode::levelForReduction(int reduction) con
     DecodeOptions options;
     options.scaleDenominator = reduction;
     std::optional<DecodedImage> decoded = decodeImageFile(path_, options);
-    if (!decoded) {
-        // The header was readable but the data is not: a transparent picture of the declared size.
-        DecodedImage blank;
-        blank.width = (info_.width + reduction - 1) / reduction;
-        blank.height = (info_.height + reduction - 1) / reduction;
-        blank.pixels.assign(blank.stride() * size_t(blank.height), 0);
-        decoded = std::move(blank);
-    }
-    auto node = std::make_shared<const BitmapNode>(std::move(*decoded));
+    // A failure is remembered too, so the file is not decoded again for every tile.
+    auto node = decoded ? std::make_shared<const BitmapNode>(std::move(*decoded)) : nullptr;
     levels_[reduction] = node;
     return node;
 }
@@ -134,6 +127,10 @@ std::vector<int> FileNode::decodedReductions() const {
     return reductions;
 }
 
-void FileNode::render(const TileView& out) const { levelForReduction(1)->render(out); }
+void FileNode::render(const TileView& out) const {
+    const auto level = levelForReduction(1);
+    if (level) level->render(out);
+    else out.clear();
+}
 
 }  // namespace voimg

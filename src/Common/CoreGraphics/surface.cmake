@@ -1,0 +1,27 @@
+# The rendering surface's sources, relative to this folder.
+set(VO_SURFACE_SOURCES
+  VoClock.cpp
+  VoClock.h
+  VoClockManual.cpp
+  VoClockManual.h
+  VoCoreEffect.cpp
+  VoCoreEffect.h
+  VoCoreElement.cpp
+  VoCoreElement.h
+  VoCoreSurface.cpp
+  VoCoreSurface.h
+  VoCoreSurfaceCaller.cpp
+  VoCoreSurfaceCaller.h
+  VoCoreSurfaceDraw.cpp
+  VoCoreSurfaceGeometry.cpp
+  VoCoreSurfaceLayers.cpp
+  VoCoreSurfaceMainThread.cpp
+  VoCoreSurfaceMainThread.h
+  VoCoreSurfaceRefresh.cpp
+  VoCoreSurfaceRefreshThread.cpp
+  VoCoreSurfaceRefreshThread.h
+  VoSurfaceHost.cpp
+  VoSurfaceHost.h
+  VoSurfaceHostHeadless.cpp
+  VoSurfaceHostHeadless.h
+)
