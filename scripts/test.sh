@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Sets up, builds and runs every test: once in a release build, once with AddressSanitizer and
-# UndefinedBehaviorSanitizer. Usage: scripts/test.sh [release|asan] (default: both).
+# Sets up, builds and runs every test: in a release build, with AddressSanitizer and
+# UndefinedBehaviorSanitizer, and with ThreadSanitizer. Usage: scripts/test.sh [release|asan|tsan]
+# (default: all three).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -24,4 +25,8 @@ if [[ $which == all || $which == asan ]]; then
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
   export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp
   run_suite asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVO_SANITIZE=address,undefined
+fi
+if [[ $which == all || $which == tsan ]]; then
+  export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1"
+  run_suite tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVO_SANITIZE=thread
 fi

@@ -2,7 +2,7 @@
 // Loading VoSystemInfo's snapshot: run the profiler into a file, read the file back, keep the sections.
 #include <QCoreApplication>
 #include <QMetaObject>
-#include <atomic>
+#include <mutex>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -23,7 +23,23 @@ constexpr const char* kDefaultProfileFile = "/tmp/VoSystemProfile.xml";
 constexpr const char* kProfilerName = "vo_system_profiler";
 
 // Replaced wholesale by each load, possibly on a loader thread while the main thread reads it.
-std::atomic<std::shared_ptr<const QVariantMap>> gProfile;
+// The snapshot, replaced whole by a load on any thread and read from others. A mutex rather than
+// std::atomic<std::shared_ptr>: the latter's internal lock is invisible to ThreadSanitizer in GCC 12.
+class ProfileSnapshot {
+public:
+    void store(std::shared_ptr<const QVariantMap> profile) {
+        std::lock_guard lock(mutex_);
+        profile_.swap(profile);
+    }
+    [[nodiscard]] std::shared_ptr<const QVariantMap> load() const {
+        std::lock_guard lock(mutex_);
+        return profile_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::shared_ptr<const QVariantMap> profile_;
+} gProfile;
 
 std::string gProfilerPath;
 std::string gProfileFilePath;
