@@ -12,30 +12,9 @@
 #include <cstdio>
 #include <cstring>
 #include <cstdlib>
-#include <ftw.h>
 #include <stdexcept>
 
 namespace votest {
-
-TempDir::TempDir() {
-    char pattern[] = "/tmp/vo-codec-test.XXXXXX";
-    if (::mkdtemp(pattern) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
-}
-
-TempDir::~TempDir() {
-    // Restore permissions changed by tests, then remove everything below.
-    ::nftw(
-        path_.c_str(),
-        [](const char* p, const struct stat*, int type, FTW*) {
-            if (type == FTW_D || type == FTW_DNR) ::chmod(p, 0700);
-            return 0;
-        },
-        16, FTW_PHYS);
-    ::nftw(
-        path_.c_str(), [](const char* p, const struct stat*, int, FTW*) { return ::remove(p); }, 16,
-        FTW_DEPTH | FTW_PHYS);
-}
 
 void writeFile(const std::string& path, const Bytes& data) {
     FILE* f = std::fopen(path.c_str(), "wb");

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Engine/codec/codec.h"
+#include "support/test_images.h"
 
 #include <cstdint>
 #include <string>
@@ -14,18 +15,7 @@ namespace votest {
 using Bytes = std::vector<uint8_t>;
 
 // A fresh folder under /tmp, removed with its content on destruction.
-class TempDir {
-public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    [[nodiscard]] const std::string& path() const { return path_; }
-    [[nodiscard]] std::string file(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-};
+using vo::test::TempDir;
 
 void writeFile(const std::string& path, const Bytes& data);
 Bytes readFile(const std::string& path);
