@@ -23,14 +23,6 @@ void expectQuadrantColours(const voimg::DecodedImage& image, const Picture& sour
     }
 }
 
-voimg::DecodedImage decodeOrFail(const Bytes& data, int scale = 1) {
-    voimg::DecodeOptions options;
-    options.scaleDenominator = scale;
-    std::string error;
-    auto image = voimg::decodeImageMemory(data.data(), data.size(), options, &error);
-    EXPECT_TRUE(image.has_value()) << error;
-    return image ? std::move(*image) : voimg::DecodedImage{};
-}
 
 struct Sampling {
     const char* name;

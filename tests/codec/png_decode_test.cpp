@@ -8,12 +8,6 @@ using namespace votest;
 
 namespace {
 
-voimg::DecodedImage decodeOrFail(const Bytes& data) {
-    std::string error;
-    auto image = voimg::decodeImageMemory(data.data(), data.size(), {}, &error);
-    EXPECT_TRUE(image.has_value()) << error;
-    return image ? std::move(*image) : voimg::DecodedImage{};
-}
 
 // Grey samples at `bits` spread over the full range, one value per pixel.
 std::vector<uint16_t> greyRamp(int width, int height, int bits) {

@@ -2,6 +2,8 @@
 // Temporary folders, file helpers, synthetic pictures and lcms2 reference conversions for the codec tests.
 #include "test_support.h"
 
+#include <gtest/gtest.h>
+
 #include <lcms2.h>
 
 #include <dirent.h>
@@ -15,6 +17,15 @@
 #include <stdexcept>
 
 namespace votest {
+
+voimg::DecodedImage decodeOrFail(const Bytes& data, int scale) {
+    voimg::DecodeOptions options;
+    options.scaleDenominator = scale;
+    std::string error;
+    auto image = voimg::decodeImageMemory(data.data(), data.size(), options, &error);
+    EXPECT_TRUE(image.has_value()) << error;
+    return image ? std::move(*image) : voimg::DecodedImage{};
+}
 
 void writeFile(const std::string& path, const Bytes& data) {
     FILE* f = std::fopen(path.c_str(), "wb");

@@ -17,6 +17,10 @@ using Bytes = std::vector<uint8_t>;
 // A fresh folder under /tmp, removed with its content on destruction.
 using vo::test::TempDir;
 
+// Decodes from memory at 1/scale; a failure fails the test (with the decoder's message) and gives an empty
+// image.
+voimg::DecodedImage decodeOrFail(const Bytes& data, int scale = 1);
+
 void writeFile(const std::string& path, const Bytes& data);
 Bytes readFile(const std::string& path);
 Bytes readFile(const char* path);

@@ -11,12 +11,6 @@ using namespace votest;
 
 namespace {
 
-voimg::DecodedImage decodeOrFail(const Bytes& data) {
-    std::string error;
-    auto image = voimg::decodeImageMemory(data.data(), data.size(), {}, &error);
-    EXPECT_TRUE(image.has_value()) << error;
-    return image ? std::move(*image) : voimg::DecodedImage{};
-}
 
 std::vector<uint16_t> samplesOf(const Picture& p, int bits) {
     std::vector<uint16_t> s;

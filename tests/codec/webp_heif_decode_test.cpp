@@ -8,14 +8,6 @@ using namespace votest;
 
 namespace {
 
-voimg::DecodedImage decodeOrFail(const Bytes& data, int scale = 1) {
-    voimg::DecodeOptions options;
-    options.scaleDenominator = scale;
-    std::string error;
-    auto image = voimg::decodeImageMemory(data.data(), data.size(), options, &error);
-    EXPECT_TRUE(image.has_value()) << error;
-    return image ? std::move(*image) : voimg::DecodedImage{};
-}
 
 // Compares quadrant centres of a decoded (possibly 16-bit) image with the 8-bit source, alpha included.
 void expectQuadrants(const voimg::DecodedImage& image, const Picture& source, int tolerance8, bool checkAlpha) {
