@@ -41,7 +41,7 @@ public:
         app_.reset();
         resources_.reset();
     }
-    [[nodiscard]] const std::string& resources() const { return resources_->path(); }
+    [[nodiscard]] const std::string& resources() const { return resources_->path().native(); }
 
 private:
     int argc_ = 1;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -15,11 +16,12 @@ public:
     ~TempDir();
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
-    [[nodiscard]] const std::string& path() const { return path_; }
-    [[nodiscard]] std::string file(const std::string& name) const { return path_ + "/" + name; }
+    // A path object, so both `dir.path() / "name"` and passing it where a string is wanted work.
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+    [[nodiscard]] std::string file(const std::string& name) const { return (path_ / name).string(); }
 
 private:
-    std::string path_;
+    std::filesystem::path path_;
 };
 
 // 8-bit pixels, top row first, `channels` samples per pixel.

@@ -14,6 +14,7 @@
 #include "Common/Foundation/VoLog.h"
 #include "System/VoKernel.h"
 #include "System/VoTaskLauncher.h"
+#include "support/test_images.h"  // TempDir
 
 namespace vo::test {
 
@@ -26,18 +27,6 @@ bool hasGuiApplication();
 // Runs the application's events until `done` holds or `seconds` pass; answers `done()`.
 bool processEventsUntil(const std::function<bool()>& done, double seconds);
 
-// A fresh folder under $TMPDIR (or /tmp), removed with everything in it when the object goes.
-class TempDir {
-public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
 
 // Sets (or with nullopt unsets) an environment variable while alive.
 class ScopedEnv {
