@@ -18,7 +18,7 @@ packages=(
 )
 # Extra groups: "bench" adds the peers the benchmark compares against, "fuzz" the fuzzing compiler.
 case "${1:-}" in
-  bench) packages+=(libvips-tools graphicsmagick imagemagick python3-pil python3-numpy hyperfine time) ;;
+  bench) packages+=(libvips-tools graphicsmagick imagemagick python3-pil python3-numpy hyperfine time libjpeg-turbo-progs) ;;
   fuzz) packages+=(clang libclang-rt-14-dev) ;;
 esac
 

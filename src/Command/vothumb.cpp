@@ -15,9 +15,9 @@ using vo::CIImage;
 using vo::VoCoreUtils;
 
 namespace {
-void writeRendition(const CIImage& image, float height, const std::string& path) {
+CIImage rendition(const CIImage& image, float height) {
     const CIImage fitted = VoCoreUtils::scaleImageToFitInRect(image, {0, 0, 8192, height});
-    VoCoreUtils::exportImageToURL(VoCoreUtils::moveImageToOrigin(fitted), path);
+    return VoCoreUtils::moveImageToOrigin(fitted);
 }
 }  // namespace
 
@@ -37,8 +37,9 @@ int main(int argc, char** argv) {
         std::map<std::string, float> properties{{"NSImageCompressionFactor", 0.9f}};
         (void)properties;
 
-        writeRendition(image, 150, prefix + "-200.jpg");
-        writeRendition(image, 600, prefix + "-600.jpg");
+        // Both renditions come from one pass over the file.
+        VoCoreUtils::exportImagesToURLs({{rendition(image, 150), prefix + "-200.jpg"},
+                                         {rendition(image, 600), prefix + "-600.jpg"}});
     } catch (const std::exception& exception) {
         vo::VoLog(std::string("Caught Exception ") + exception.what());
         result = -1;

@@ -7,18 +7,6 @@
 namespace voimg {
 
 namespace {
-// The coarsest decode (1/1, 1/2, 1/4, 1/8) whose block averaging the final low-pass resample still hides.
-// Scaled decoding averages gamma-encoded samples over 2, 4 or 8 pixels. Measured on finely textured
-// photographs against a full decode: a 1/2 decode followed by a shrink of at most 0.5 stays above 47 dB
-// PSNR; 1/4 and 1/8 need a shrink of at most 0.25 to stay above 41 dB (at 0.5 they fall to 36 dB).
-int reductionFor(const AffineTransform& t) {
-    const double sx = std::hypot(double(t.m11), double(t.m12)), sy = std::hypot(double(t.m21), double(t.m22));
-    const double most = std::max(sx, sy);
-    int k = 1;
-    while (k < 8 && most * (2 * k) <= (k == 1 ? 0.5 : 0.25)) k *= 2;
-    return k;
-}
-
 bool isIntegerTranslation(const AffineTransform& t) {
     return t.m11 == 1 && t.m22 == 1 && t.m12 == 0 && t.m21 == 0 && t.tX == std::floor(t.tX) &&
            t.tY == std::floor(t.tY) && std::abs(t.tX) < 1e15f && std::abs(t.tY) < 1e15f;
@@ -38,6 +26,18 @@ void applyCoverage(const TileView& view, const Rect& e) {
 }
 }  // namespace
 
+// The coarsest decode (1/1, 1/2, 1/4, 1/8) whose block averaging the final low-pass resample still hides.
+// Scaled decoding averages gamma-encoded samples over 2, 4 or 8 pixels. Measured on finely textured
+// photographs against a full decode: a 1/2 decode followed by a shrink of at most 0.5 stays above 47 dB
+// PSNR; 1/4 and 1/8 need a shrink of at most 0.25 to stay above 41 dB (at 0.5 they fall to 36 dB).
+int decodeReductionFor(const AffineTransform& t) {
+    const double sx = std::hypot(double(t.m11), double(t.m12)), sy = std::hypot(double(t.m21), double(t.m22));
+    const double most = std::max(sx, sy);
+    int k = 1;
+    while (k < 8 && most * (2 * k) <= (k == 1 ? 0.5 : 0.25)) k *= 2;
+    return k;
+}
+
 void AffineNode::render(const TileView& out) const {
     const PixelRect inside = clipToExtent(out.rect, extent());
     if (!(inside == out.rect)) out.clear();
@@ -51,7 +51,7 @@ void AffineNode::render(const TileView& out) const {
     AffineTransform t = transform_;
     std::shared_ptr<const BitmapNode> level;
     if (const auto* file = dynamic_cast<const FileNode*>(source)) {
-        level = file->levelForReduction(reductionFor(t));
+        level = file->levelForReduction(decodeReductionFor(t));
         if (!level) return view.clear();
         const Rect full = file->extent(), reduced = level->extent();
         if (!(reduced == full))

@@ -68,6 +68,8 @@ public:
     [[nodiscard]] bool supportsReducedDecode() const;
     // The reductions decoded so far, finest first.
     [[nodiscard]] std::vector<int> decodedReductions() const;
+    [[nodiscard]] const std::string& path() const { return path_; }
+    [[nodiscard]] const ImageInfo& info() const { return info_; }
 
 private:
     std::string path_;
@@ -75,6 +77,9 @@ private:
     mutable std::mutex mutex_;
     mutable std::map<int, std::shared_ptr<const BitmapNode>> levels_;
 };
+
+// The coarsest reduced decode (1, 2, 4 or 8) that a shrink by `t` still hides after its low-pass resample.
+[[nodiscard]] int decodeReductionFor(const AffineTransform& t);
 
 // The child seen through an affine transform: output pixel p samples the child at T^-1(p). The extent is
 // given by the caller (the bounding box of the transformed child extent, computed step by step as the

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <thread>
 
+#include "bitmap_rows_p.h"
+#include "file_renditions_p.h"
 #include "srgb.h"
 #include "thread_pool.h"
 
@@ -17,8 +19,8 @@ size_t defaultWorkers() {
 }
 
 float clamp01(float v) { return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f; }
+}  // namespace
 
-// Converts one rendered tile row (premultiplied linear floats) to the bitmap's format.
 void convertRow(const float* src, int64_t width, const Bitmap& bitmap, uint8_t* bytes, float* floats) {
     switch (bitmap.format) {
     case BitmapFormat::RgbaFloatLinear:
@@ -44,7 +46,6 @@ void convertRow(const float* src, int64_t width, const Bitmap& bitmap, uint8_t* 
     }
     }
 }
-}  // namespace
 
 RenderContext::RenderContext(size_t threads)
     : pool_(std::make_unique<ThreadPool>(threads == 0 ? defaultWorkers() : threads - 1)) {}
@@ -84,6 +85,37 @@ Bitmap RenderContext::createBitmap(const Image& image, const Rect& rect, BitmapF
         }
     });
     return bitmap;
+}
+
+std::vector<Bitmap> RenderContext::createBitmaps(const std::vector<RenderRequest>& requests) const {
+    std::vector<Bitmap> bitmaps(requests.size());
+    // Requests grouped by the file they shrink; the others render one by one.
+    std::vector<const FileNode*> files;
+    std::vector<std::vector<size_t>> members;
+    std::vector<FileRendition> renditions(requests.size());
+    for (size_t i = 0; i < requests.size(); ++i) {
+        const RenderRequest& r = requests[i];
+        const FileNode* file = nullptr;
+        if (auto rendition = fileRenditionOf(r.image, r.rect, r.format, &file)) {
+            renditions[i] = *rendition;
+            const auto known = std::find(files.begin(), files.end(), file);
+            if (known == files.end()) {
+                files.push_back(file);
+                members.push_back({i});
+            } else {
+                members[size_t(known - files.begin())].push_back(i);
+            }
+            continue;
+        }
+        bitmaps[i] = createBitmap(r.image, r.rect, r.format);
+    }
+    for (size_t f = 0; f < files.size(); ++f) {
+        std::vector<FileRendition> group;
+        for (size_t i : members[f]) group.push_back(renditions[i]);
+        std::vector<Bitmap> made = renderFileRenditions(*files[f], group);
+        for (size_t k = 0; k < made.size(); ++k) bitmaps[members[f][k]] = std::move(made[k]);
+    }
+    return bitmaps;
 }
 
 void RenderContext::renderTiles(const Image& image, const PixelRect& region,

@@ -40,6 +40,12 @@ struct Bitmap {
 // Images larger than this many pixels are not rendered (an empty bitmap comes back).
 inline constexpr int64_t kMaxRenderPixels = 600'000'000;
 
+struct RenderRequest {
+    Image image;
+    Rect rect;
+    BitmapFormat format = BitmapFormat::Rgba8;
+};
+
 class RenderContext {
 public:
     // `threads` = 0 picks one worker per available core besides the caller.
@@ -54,6 +60,11 @@ public:
     // Renders `rect` of `image`; an empty bitmap for a missing image, an empty or infinite rectangle, or one
     // over kMaxRenderPixels.
     [[nodiscard]] Bitmap createBitmap(const Image& image, const Rect& rect, BitmapFormat format) const;
+
+    // Renders several requests, each as createBitmap would. Requests that shrink the same file, not decoded
+    // yet, are made together from one decode that streams through the file in rows on a thread of its own:
+    // the file is read once, and memory does not grow with its size.
+    [[nodiscard]] std::vector<Bitmap> createBitmaps(const std::vector<RenderRequest>& requests) const;
 
     // Renders one rectangle of the pixel grid into a caller's float buffer (row 0 = lowest row).
     void render(const Image& image, const TileView& out) const;

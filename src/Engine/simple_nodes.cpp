@@ -26,22 +26,33 @@ void CropNode::render(const TileView& out) const {
     if (!(inside == out.rect)) out.clear();
     child_->render({inside, out.pixel(inside.x, inside.y), out.stride});
 
-    // Scale the partly covered border pixels by their coverage.
+    // Scale the border pixels by the part of them the crop keeps of what the child covers: a child whose
+    // own extent already covers a pixel partly has accounted for that, and cropping to a rectangle that
+    // contains the child's extent changes nothing.
     const Rect& e = extent();
+    const Rect& c = child_->extent();
+    const bool childInfinite = c.isInfinite();
+    auto keptFraction = [](int64_t i, double lo, double hi, double childLo, double childHi, bool infinite) {
+        const float kept = spanCoverage(i, lo, hi);
+        if (infinite) return kept;
+        const float had = spanCoverage(i, childLo, childHi);
+        return had > 0 ? std::min(1.0f, kept / had) : kept;
+    };
     const double x0 = e.x, x1 = double(e.x) + e.width, y0 = e.y, y1 = double(e.y) + e.height;
+    const double cx0 = c.x, cx1 = double(c.x) + c.width, cy0 = c.y, cy1 = double(c.y) + c.height;
     std::vector<float> cx(size_t(inside.width));
     bool partialX = false;
     for (int64_t x = inside.x; x < inside.maxX(); ++x) {
-        cx[size_t(x - inside.x)] = spanCoverage(x, x0, x1);
+        cx[size_t(x - inside.x)] = keptFraction(x, x0, x1, cx0, cx1, childInfinite);
         partialX |= cx[size_t(x - inside.x)] != 1.0f;
     }
     for (int64_t y = inside.y; y < inside.maxY(); ++y) {
-        const float cy = spanCoverage(y, y0, y1);
+        const float cy = keptFraction(y, y0, y1, cy0, cy1, childInfinite);
         if (cy == 1.0f && !partialX) continue;
         float* p = out.pixel(inside.x, y);
         for (int64_t x = 0; x < inside.width; ++x, p += 4) {
-            const float c = cx[size_t(x)] * cy;
-            for (int k = 0; k < 4; ++k) p[k] *= c;
+            const float f = cx[size_t(x)] * cy;
+            for (int k = 0; k < 4; ++k) p[k] *= f;
         }
     }
 }

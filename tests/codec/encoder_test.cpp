@@ -113,6 +113,56 @@ TEST(JpegWriter, BaselineFourTwoZeroStandardTables) {
     EXPECT_LT(total / (70 * 50 * 3), 1.5);
 }
 
+// Squared error of a decoded JPEG against the RGB picture it was made from.
+double squaredError(const voimg::DecodedImage& decoded, const Picture& p) {
+    double total = 0;
+    for (int y = 0; y < p.height; ++y)
+        for (int x = 0; x < p.width; ++x)
+            for (int c = 0; c < 3; ++c) {
+                const double d = double(sampleAt(decoded, x, y, c)) - double(p.at(x, y)[c]);
+                total += d * d;
+            }
+    return total;
+}
+
+TEST(JpegWriter, ColourEdgesComeBackCloserThanWithPlainChromaAveraging) {
+    // Coloured blocks and stripes of every width: where 4:2:0 loses most.
+    Picture p;
+    p.width = 96, p.height = 64, p.channels = 3;
+    p.samples.resize(size_t(p.width) * p.height * 3);
+    for (int y = 0; y < p.height; ++y)
+        for (int x = 0; x < p.width; ++x) {
+            uint8_t* s = &p.samples[(size_t(y) * p.width + x) * 3];
+            const bool band = (x / (1 + y / 8)) % 2 == 0;
+            s[0] = band ? 220 : 30, s[1] = uint8_t(60 + x), s[2] = band ? 40 : 200;
+        }
+    TempDir dir;
+    std::string error;
+    ASSERT_TRUE(voimg::writeJpegFile(dir.file("ours.jpg"), p.samples.data(), p.width, p.height, 85, &error)) << error;
+    JpegParams plain;
+    plain.quality = 85;
+    const Bytes averaged = encodeJpeg(p, plain);  // libjpeg's own 2x2 averaging, same tables
+    const auto ours = voimg::decodeImageFile(dir.file("ours.jpg"), {}, &error);
+    const auto theirs = voimg::decodeImageMemory(averaged.data(), averaged.size(), {}, &error);
+    ASSERT_TRUE(ours && theirs) << error;
+    EXPECT_LT(squaredError(*ours, p), 0.97 * squaredError(*theirs, p));
+}
+
+TEST(JpegWriter, OddAndTinySizesRoundTrip) {
+    TempDir dir;
+    for (const auto& [w, h] : std::vector<std::pair<int, int>>{{1, 1}, {2, 1}, {1, 3}, {17, 9}, {33, 31}}) {
+        const Picture p = smoothPicture(w, h);
+        const std::string path = dir.file("s.jpg");
+        std::string error;
+        ASSERT_TRUE(voimg::writeJpegFile(path, p.samples.data(), w, h, 90, &error)) << error;
+        const auto decoded = voimg::decodeImageFile(path, {}, &error);
+        ASSERT_TRUE(decoded) << error;
+        EXPECT_EQ(decoded->width, w);
+        EXPECT_EQ(decoded->height, h);
+        EXPECT_LT(squaredError(*decoded, p) / (w * h * 3), 25.0) << w << "x" << h;
+    }
+}
+
 TEST(PngWriter, RoundTripsRgbaExactly) {
     TempDir dir;
     const Picture p = makeGradient(33, 21, 4);

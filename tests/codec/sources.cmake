@@ -8,7 +8,10 @@ set(VO_CODEC_TEST_SOURCES
   codec/write_webp.cpp
   codec/write_heif_bmp.cpp
   codec/jpeg_decode_test.cpp
+  codec/jpeg_scan_select_test.cpp
   codec/png_decode_test.cpp
+  codec/png_unfilter_test.cpp
+  codec/row_reader_test.cpp
   codec/tiff_gif_decode_test.cpp
   codec/webp_heif_decode_test.cpp
   codec/bmp_decode_test.cpp
@@ -16,4 +19,5 @@ set(VO_CODEC_TEST_SOURCES
   codec/color_profile_test.cpp
   codec/encoder_test.cpp
   codec/probe_test.cpp
+  codec/codec_module_test.cpp
 )

@@ -51,6 +51,26 @@ TEST(Crop, FractionalEdgesArePartlyTransparent) {
     EXPECT_FLOAT_EQ(floatPixelAt(b, 5, 5)[3], 0.5f);
 }
 
+TEST(Crop, CroppingToTheChildsOwnFractionalExtentChangesNothing) {
+    // A scaled image ends inside its last column; cropping to a rectangle around it must not darken that
+    // column a second time.
+    const Image scaled = makeSolidImage(10, 10, 255, 255, 255).transformed(AffineTransform::scale(0.55f, 1));
+    const Image cropped = scaled.croppedTo({0, 0, 100, 10});
+    const Image tight = scaled.croppedTo(scaled.extent());
+    RenderContext context;
+    const Bitmap a = context.createBitmap(scaled, scaled.extent(), BitmapFormat::RgbaFloatLinear);
+    const Bitmap b = context.createBitmap(cropped, cropped.extent(), BitmapFormat::RgbaFloatLinear);
+    const Bitmap c = context.createBitmap(tight, tight.extent(), BitmapFormat::RgbaFloatLinear);
+    ASSERT_EQ(a.width, 6);
+    EXPECT_NEAR(floatPixelAt(a, 5, 5)[3], 0.5f, 1e-5);
+    EXPECT_FLOAT_EQ(floatPixelAt(b, 5, 5)[3], floatPixelAt(a, 5, 5)[3]);
+    EXPECT_FLOAT_EQ(floatPixelAt(c, 5, 5)[3], floatPixelAt(a, 5, 5)[3]);
+    // A crop inside the partly covered column keeps only its share of it.
+    const Image inner = scaled.croppedTo({0, 0, 5.25f, 10});
+    const Bitmap d = context.createBitmap(inner, inner.extent(), BitmapFormat::RgbaFloatLinear);
+    EXPECT_NEAR(floatPixelAt(d, 5, 5)[3], 0.25f, 1e-5);
+}
+
 TEST(Composite, SourceOverOnPremultipliedValues) {
     // Half-transparent red over opaque blue, in linear light: (0.5, 0, 0.5, 1).
     const Image red = makeSolidImage(4, 4, 255, 0, 0, 128);

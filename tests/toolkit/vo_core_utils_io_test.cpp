@@ -51,20 +51,25 @@ TEST(VoCoreUtilsExport, QualityZeroMeansTheDefault) {
     expectQuality(dir.file("flag.jpg"), 85);
 }
 
-TEST(VoCoreUtilsExport, JpegPixelsMatchAPlainEncodingOfTheImage) {
+TEST(VoCoreUtilsExport, JpegIsAtLeastAsCloseAsAPlainEncodingOfTheImage) {
     TempDir dir;
     const Pixels source = test::makeTestPicture(300, 200);
     VoCoreUtils::exportImageToURL(test::imageFromPixels(source), dir.file("p.jpg"));
-    // The same pixels through libjpeg at quality 85: the export should add nothing of its own to the JPEG
-    // noise. Tolerance: encoders may round the colour conversion and DCT differently, 0.5 codes on average.
+    // The same pixels through libjpeg at quality 85: the export adds nothing of its own to the JPEG noise
+    // (its chroma comes back closer, if anything).
     test::writeJpeg(dir.file("plain.jpg"), source, 85);
     const Pixels written = test::readJpeg(dir.file("p.jpg"));
     const Pixels plain = test::readJpeg(dir.file("plain.jpg"));
     ASSERT_EQ(written.width, 300);
     ASSERT_EQ(written.height, 200);
-    double total = 0;
-    for (size_t i = 0; i < written.data.size(); ++i) total += std::abs(int(written.data[i]) - int(plain.data[i]));
-    EXPECT_LE(total / double(written.data.size()), 0.5);
+    double writtenError = 0, plainError = 0;
+    for (int y = 0; y < 200; ++y)
+        for (int x = 0; x < 300; ++x)
+            for (int k = 0; k < 3; ++k) {
+                writtenError += std::abs(int(written.at(x, y)[k]) - int(source.at(x, y)[k]));
+                plainError += std::abs(int(plain.at(x, y)[k]) - int(source.at(x, y)[k]));
+            }
+    EXPECT_LE(writtenError, plainError * 1.02);
 }
 
 TEST(VoCoreUtilsExport, TransparentExportWritesPngKeepingAlpha) {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The per-pixel stage of the factor composition kernel, on premultiplied RGBA floats:
 //   top = foreground x factor; bottom = background x (1 - top.alpha); result = top + bottom.
-// Factors above 1 are not clamped. The SIMD version is chosen once for the processor; the scalar version is
-// the reference it is tested against. Setting VO_NOSIMD=1 in the environment makes the SIMD entry point use
-// the scalar code.
+// Factors above 1 are not clamped. The SIMD version (AVX2) runs where the processor has it; the scalar
+// version is the reference it is tested against. Setting VO_NOSIMD=1 in the environment makes the SIMD
+// entry point use the scalar code.
 #pragma once
 
 #include <cstddef>

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
-// SIMD factor composition, compiled for every target Highway supports and dispatched at run time.
+// SIMD factor composition, compiled for the targets Highway supports; the AVX2 one runs where the processor
+// has it (Engine/simd_target.h), else the scalar reference.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Common/CoreGraphics/VoCompositionStage_simd.cpp"
 #include <hwy/foreach_target.h>  // must come before highway.h
 #include <hwy/highway.h>
 
 #include "Common/CoreGraphics/VoCompositionStage.h"
+#include "Engine/simd_target.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace vo {
@@ -39,10 +41,13 @@ HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 namespace vo {
-HWY_EXPORT(FactorComposite);
 
 void factorCompositeSimd(const float* fg, const float* bg, float factor, float* out, size_t pixels) {
-    HWY_DYNAMIC_DISPATCH(FactorComposite)(fg, bg, factor, out, pixels);
+#if HWY_TARGETS & HWY_AVX2
+    if (voimg::cpuRunsAvx2()) return N_AVX2::FactorComposite(fg, bg, factor, out, pixels);
+#endif
+    factorCompositeScalar(fg, bg, factor, out, pixels);
 }
+
 }  // namespace vo
 #endif

@@ -105,6 +105,10 @@ public:
     static void exportImageToURLTransparant(const CIImage& image, const std::string& path, bool transparant);
     static void exportImageToURL(const CIImage& image, const std::string& path);
     static void exportTransparantImageToURL(const CIImage& image, const std::string& path);
+    // Exports each image to its path as exportImageToURL does, in order. Images that shrink the same file
+    // are rendered together from one decode of it that streams through the file, so a thumbnailer making
+    // several sizes reads the file once and never holds the whole picture.
+    static void exportImagesToURLs(const std::vector<std::pair<CIImage, std::string>>& images);
     // The process-wide export context: null until the first export, then the same one for ever.
     [[nodiscard]] static const voimg::RenderContext* sharedExportContext();
 

@@ -46,18 +46,18 @@ CIImage VoCoreUtils::importImageFromUrl(const std::string& path) {
 
 const voimg::RenderContext* VoCoreUtils::sharedExportContext() { return gExportContext; }
 
-void VoCoreUtils::exportImageToURLTransparantQuality(const CIImage& image, const std::string& url, bool transparant,
-                                                     float quality) {
-    if (image.isNull()) return;
+namespace {
+voimg::RenderContext& exportContext() {
     if (!gExportContext) gExportContext = new voimg::RenderContext();
-    const std::string path = absolutePath(url);
-    if (!canCreateDestination(path)) {
-        VoLog("problems creating image destination\n");
-        return;
-    }
-    const voimg::Bitmap picture = gExportContext->createBitmap(
-        image, image.extent(), transparant ? voimg::BitmapFormat::Rgba8 : voimg::BitmapFormat::Rgb8OverBlack);
-    const float q = quality == 0.0f ? float(kDefaultQuality) : quality;
+    return *gExportContext;
+}
+
+voimg::BitmapFormat exportFormat(bool transparant) {
+    return transparant ? voimg::BitmapFormat::Rgba8 : voimg::BitmapFormat::Rgb8OverBlack;
+}
+
+void writePicture(const voimg::Bitmap& picture, const std::string& path, bool transparant, float quality) {
+    const float q = quality == 0.0f ? float(VoCoreUtils::kDefaultQuality) : quality;
     bool written = false;
     if (!picture.isEmpty()) {
         written = transparant ? voimg::writePngFile(path, picture.bytes.data(), picture.width, picture.height)
@@ -65,8 +65,52 @@ void VoCoreUtils::exportImageToURLTransparantQuality(const CIImage& image, const
                                                      int(std::clamp(std::lround(double(q) * 100.0), 0L, 100L)));
     }
     if (!written) VoLog("problems writing JPEG file\n");
+}
+
+void releaseExportMemory() {
     gExportContext->clearCaches();
     gExportContext->reclaimResources();
+}
+}  // namespace
+
+void VoCoreUtils::exportImageToURLTransparantQuality(const CIImage& image, const std::string& url, bool transparant,
+                                                     float quality) {
+    if (image.isNull()) return;
+    voimg::RenderContext& context = exportContext();
+    const std::string path = absolutePath(url);
+    if (!canCreateDestination(path)) {
+        VoLog("problems creating image destination\n");
+        return;
+    }
+    writePicture(context.createBitmap(image, image.extent(), exportFormat(transparant)), path, transparant, quality);
+    releaseExportMemory();
+}
+
+void VoCoreUtils::exportImagesToURLs(const std::vector<std::pair<CIImage, std::string>>& images) {
+    voimg::RenderContext& context = exportContext();
+    std::vector<voimg::RenderRequest> requests;
+    std::vector<std::string> paths;
+    for (const auto& [image, url] : images) {
+        if (image.isNull()) continue;
+        requests.push_back({image, image.extent(), exportFormat(false)});
+        paths.push_back(absolutePath(url));
+    }
+    // A destination that cannot be made is logged in its turn, as one export at a time would, and its image
+    // is not rendered.
+    std::vector<bool> usable(paths.size());
+    for (size_t i = 0; i < paths.size(); ++i) usable[i] = canCreateDestination(paths[i]);
+    std::vector<voimg::RenderRequest> wanted;
+    for (size_t i = 0; i < requests.size(); ++i)
+        if (usable[i]) wanted.push_back(requests[i]);
+    const std::vector<voimg::Bitmap> pictures = context.createBitmaps(wanted);
+    for (size_t i = 0, made = 0; i < paths.size(); ++i) {
+        if (!usable[i]) {
+            VoLog("problems creating image destination\n");
+            continue;
+        }
+        writePicture(pictures[made++], paths[i], false, 0.0f);
+    }
+    releaseExportMemory();
 }
 
 void VoCoreUtils::exportImageToURLTransparant(const CIImage& image, const std::string& url, bool transparant) {

@@ -4,7 +4,7 @@
 // Records are read one by one up to the first image, so the frames after it are never touched. Screen
 // areas the frame does not cover stay transparent. If the data ends inside the frame, the rows read so
 // far are kept and the missing ones are painted opaque grey.
-#include "codec_p.h"
+#include "codec_module_p.h"
 
 #include <gif_lib.h>
 
@@ -148,3 +148,6 @@ DecodeResult decodeGif(const uint8_t* data, size_t size, const DecodeOptions& op
 }
 
 }  // namespace voimg::detail
+
+// This decoder is built as a codec module; the engine reads GIF headers itself.
+VO_CODEC_MODULE(voimg::FileFormat::Gif, voimg::detail::decodeGif, nullptr)

@@ -5,6 +5,7 @@
 // sizes reported here are the displayed ones; EXIF orientation is not involved. Sources deeper than 8 bits
 // come out as 16-bit (samples widened to the full 16-bit range). nclx colour descriptions are taken as
 // sRGB; ICC profiles ('prof'/'rICC') are converted.
+#include "codec_module_p.h"
 #include "icc_convert_p.h"
 
 #include <libheif/heif.h>
@@ -173,3 +174,6 @@ DecodeResult decodeHeif(const uint8_t* data, size_t size, const DecodeOptions& o
 }
 
 }  // namespace voimg::detail
+
+// This decoder is built as a codec module.
+VO_CODEC_MODULE(voimg::FileFormat::Heif, voimg::detail::decodeHeif, voimg::detail::probeHeif)

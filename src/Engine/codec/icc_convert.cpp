@@ -32,17 +32,25 @@ const std::vector<uint8_t>& standardCmykProfile() {
 
 const char* standardCmykProfilePath() { return "/usr/share/color/icc/ghostscript/default_cmyk.icc"; }
 
-void convertToSrgb(DecodedImage& image, const uint8_t* icc, size_t iccSize, IccLayout layout) {
-    if (icc == nullptr || iccSize == 0 || image.pixels.empty()) return;
-    const uint32_t bytes = image.sixteenBit ? 2 : 1;
+IccToSrgb::IccToSrgb(const uint8_t* icc, size_t iccSize, IccLayout layout, bool sixteenBit) {
+    if (icc == nullptr || iccSize == 0) return;
+    const uint32_t bytes = sixteenBit ? 2 : 1;
     // Alpha is left alone: the output format names it as an extra channel and the transform runs in place
     // without cmsFLAGS_COPY_ALPHA, so lcms never writes it.
-    const uint32_t outFormat = image.sixteenBit ? TYPE_RGBA_16 : TYPE_RGBA_8;
+    const uint32_t outFormat = sixteenBit ? TYPE_RGBA_16 : TYPE_RGBA_8;
     const uint32_t inFormat =
         layout == IccLayout::Rgb ? outFormat : COLORSPACE_SH(PT_GRAY) | CHANNELS_SH(1) | BYTES_SH(bytes) | EXTRA_SH(3);
-    const TransformPtr transform = srgbTransform(icc, iccSize, inFormat, outFormat, true);
-    if (!transform) return;
-    transform->apply(image.pixels.data(), size_t(image.width) * size_t(image.height));
+    transform_ = srgbTransform(icc, iccSize, inFormat, outFormat, true);
+}
+
+void IccToSrgb::convert(uint8_t* pixels, size_t pixelCount) const {
+    if (transform_) transform_->apply(pixels, pixelCount);
+}
+
+void convertToSrgb(DecodedImage& image, const uint8_t* icc, size_t iccSize, IccLayout layout) {
+    if (icc == nullptr || iccSize == 0 || image.pixels.empty()) return;
+    IccToSrgb(icc, iccSize, layout, image.sixteenBit)
+        .convert(image.pixels.data(), size_t(image.width) * size_t(image.height));
 }
 
 CmykToSrgb::CmykToSrgb(const uint8_t* icc, size_t iccSize, bool inverted) : inverted_(inverted) {

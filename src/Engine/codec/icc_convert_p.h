@@ -23,6 +23,18 @@ enum class IccLayout {
 // unreadable, does not describe the layout's colour space, or is equivalent to sRGB already.
 void convertToSrgb(DecodedImage& image, const uint8_t* icc, size_t iccSize, IccLayout layout);
 
+// The same conversion for runs of pixels, for decoders that produce a picture a few rows at a time.
+class IccToSrgb {
+public:
+    IccToSrgb(const uint8_t* icc, size_t iccSize, IccLayout layout, bool sixteenBit);
+    void convert(uint8_t* pixels, size_t pixelCount) const;
+    // False when there is nothing to do (no usable profile, or one equivalent to sRGB).
+    [[nodiscard]] bool converts() const { return transform_ != nullptr; }
+
+private:
+    TransformPtr transform_;
+};
+
 // Where the standard CMYK profile is looked for at run time.
 [[nodiscard]] const char* standardCmykProfilePath();
 

@@ -110,8 +110,17 @@ struct CacheEntry {
 };
 
 constexpr size_t kCacheCapacity = 8;
-std::mutex cacheMutex;
-std::list<CacheEntry> cache;
+
+// Created on first use, so that programs that never convert a profile do no work for it at start-up.
+struct Cache {
+    std::mutex mutex;
+    std::list<CacheEntry> entries;
+};
+
+Cache& transformCache() {
+    static Cache cache;
+    return cache;
+}
 
 }  // namespace
 
@@ -122,21 +131,22 @@ ColourTransform::~ColourTransform() {
 TransformPtr srgbTransform(const uint8_t* icc, size_t size, uint32_t inFormat, uint32_t outFormat, bool skipIfSrgb) {
     if (icc == nullptr || size < 128) return nullptr;  // shorter than an ICC header
     const std::string_view key(reinterpret_cast<const char*>(icc), size);
+    Cache& cache = transformCache();
     {
-        const std::lock_guard lock(cacheMutex);
-        for (auto it = cache.begin(); it != cache.end(); ++it) {
+        const std::lock_guard lock(cache.mutex);
+        for (auto it = cache.entries.begin(); it != cache.entries.end(); ++it) {
             if (it->inFormat == inFormat && it->outFormat == outFormat && it->skipIfSrgb == skipIfSrgb &&
                 it->profile == key) {
-                cache.splice(cache.begin(), cache, it);
+                cache.entries.splice(cache.entries.begin(), cache.entries, it);
                 return it->transform;
             }
         }
     }
     // Built outside the lock: two threads may race to build the same transform, which is harmless.
     TransformPtr transform = buildTransform(icc, size, inFormat, outFormat, skipIfSrgb);
-    const std::lock_guard lock(cacheMutex);
-    cache.push_front(CacheEntry{std::string(key), inFormat, outFormat, skipIfSrgb, transform});
-    if (cache.size() > kCacheCapacity) cache.pop_back();
+    const std::lock_guard lock(cache.mutex);
+    cache.entries.push_front(CacheEntry{std::string(key), inFormat, outFormat, skipIfSrgb, transform});
+    if (cache.entries.size() > kCacheCapacity) cache.entries.pop_back();
     return transform;
 }
 

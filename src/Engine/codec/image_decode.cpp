@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Public decode entry points: recognise the format from the content and hand over to its decoder.
+#include "codec_module_p.h"
 #include "file_source_p.h"
 
 namespace voimg {
@@ -19,10 +20,10 @@ std::optional<DecodedImage> decodeImageMemory(const uint8_t* data, size_t size, 
         switch (sniffFormat(data, size)) {
         case FileFormat::Jpeg: result = decodeJpeg(data, size, checked, error); break;
         case FileFormat::Png: result = decodePng(data, size, checked, error); break;
-        case FileFormat::Tiff: result = decodeTiff(data, size, checked, error); break;
-        case FileFormat::WebP: result = decodeWebP(data, size, checked, error); break;
-        case FileFormat::Gif: result = decodeGif(data, size, checked, error); break;
-        case FileFormat::Heif: result = decodeHeif(data, size, checked, error); break;
+        case FileFormat::Tiff: result = decodeWithModule(FileFormat::Tiff, data, size, checked, error); break;
+        case FileFormat::WebP: result = decodeWithModule(FileFormat::WebP, data, size, checked, error); break;
+        case FileFormat::Gif: result = decodeWithModule(FileFormat::Gif, data, size, checked, error); break;
+        case FileFormat::Heif: result = decodeWithModule(FileFormat::Heif, data, size, checked, error); break;
         case FileFormat::Bmp: result = decodeBmp(data, size, checked, error); break;
         case FileFormat::Unknown: setError(error, "unrecognised image format"); break;
         }

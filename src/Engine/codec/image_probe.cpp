@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Header-only size probing: reads just the bytes that lead to the declared dimensions.
+#include "codec_module_p.h"
 #include "file_source_p.h"
 
 namespace voimg {
@@ -142,10 +143,16 @@ std::optional<ImageInfo> probeImageFile(const std::string& path, std::string* er
         switch (info.format) {
         case FileFormat::Jpeg: ok = probeJpeg(file, info); break;
         case FileFormat::Png: ok = probePng(file, info); break;
-        case FileFormat::Tiff: ok = probeTiff(file, info); break;
+        case FileFormat::Tiff:
+            if (!probeWithModule(FileFormat::Tiff, file, info, error)) return std::nullopt;  // says why
+            ok = true;
+            break;
         case FileFormat::WebP: ok = probeWebP(file, info); break;
         case FileFormat::Gif: ok = probeGif(file, info); break;
-        case FileFormat::Heif: ok = probeHeif(file, info); break;
+        case FileFormat::Heif:
+            if (!probeWithModule(FileFormat::Heif, file, info, error)) return std::nullopt;  // says why
+            ok = true;
+            break;
         case FileFormat::Bmp: ok = probeBmp(file, info); break;
         case FileFormat::Unknown:
             setError(error, "unrecognised image format");

@@ -5,62 +5,15 @@
 // into the same buffer, four samples per pixel, and converted to RGBA in place a few rows at a time.
 // A truncated file decodes to what arrived; libjpeg pads the rest of the picture with mid grey.
 #include "icc_convert_p.h"
+#include "jpeg_common_p.h"
 
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
-
-#include <jpeglib.h>
-#include <jerror.h>
+#include <memory>
 
 namespace voimg::detail {
 namespace {
-
-// Files with absurd numbers of progressive scans take ages to decode for no benefit; real files have < 20.
-constexpr int kMaxScans = 1000;
-
-struct ErrorManager {
-    jpeg_error_mgr pub;
-    jmp_buf jump;
-    char message[JMSG_LENGTH_MAX];
-    // Where the data ran out, if it did: scan number and iMCU row being read at that moment.
-    bool sawEof = false;
-    int eofScan = 0;
-    JDIMENSION eofImcuRow = 0;
-};
-
-[[noreturn]] void errorExit(j_common_ptr cinfo) {
-    auto* mgr = reinterpret_cast<ErrorManager*>(cinfo->err);
-    cinfo->err->format_message(cinfo, mgr->message);
-    std::longjmp(mgr->jump, 1);
-}
-
-// Warnings (corrupt data, premature end) are not printed; only the first end-of-data is remembered.
-void emitMessage(j_common_ptr cinfo, int level) {
-    auto* mgr = reinterpret_cast<ErrorManager*>(cinfo->err);
-    if (level >= 0 || cinfo->err->msg_code != JWRN_JPEG_EOF || mgr->sawEof) return;
-    auto* dinfo = reinterpret_cast<j_decompress_ptr>(cinfo);
-    mgr->sawEof = true;
-    mgr->eofScan = dinfo->input_scan_number;
-    mgr->eofImcuRow = dinfo->input_iMCU_row;
-}
-
-void progressMonitor(j_common_ptr cinfo) {
-    if (reinterpret_cast<j_decompress_ptr>(cinfo)->input_scan_number > kMaxScans) {
-        cinfo->err->msg_code = JERR_BAD_SCAN_SCRIPT;
-        auto* mgr = reinterpret_cast<ErrorManager*>(cinfo->err);
-        std::snprintf(mgr->message, sizeof mgr->message, "too many progressive scans");
-        std::longjmp(mgr->jump, 1);
-    }
-}
-
-// libjpeg's largest supported reduction not above the requested one.
-unsigned dctDenominator(int requested) {
-    if (requested >= 8) return 8;
-    if (requested >= 4) return 4;
-    if (requested >= 2) return 2;
-    return 1;
-}
 
 struct Job {
     const uint8_t* data = nullptr;
@@ -78,7 +31,7 @@ struct Job {
 
 // All libjpeg calls live here, between setjmp and any longjmp, touching only the job (no automatic C++
 // objects with destructors are skipped by the jump). Returns false after a fatal libjpeg error.
-bool runDecoder(jpeg_decompress_struct& cinfo, ErrorManager& err, Job& job) {
+bool runDecoder(jpeg_decompress_struct& cinfo, JpegErrorManager& err, Job& job) {
     if (setjmp(err.jump)) return false;
     jpeg_create_decompress(&cinfo);
     jpeg_mem_src(&cinfo, job.data, static_cast<unsigned long>(job.size));
@@ -93,7 +46,7 @@ bool runDecoder(jpeg_decompress_struct& cinfo, ErrorManager& err, Job& job) {
     job.grey = cinfo.jpeg_color_space == JCS_GRAYSCALE;
     cinfo.out_color_space = cmyk ? JCS_CMYK : JCS_EXT_RGBA;
     cinfo.scale_num = 1;
-    cinfo.scale_denom = dctDenominator(job.options->scaleDenominator);
+    cinfo.scale_denom = jpegDctDenominator(job.options->scaleDenominator);
     jpeg_read_icc_profile(&cinfo, &job.icc, &job.iccSize);
     if (cmyk) job.cmyk = std::make_unique<CmykToSrgb>(job.icc, job.iccSize, cinfo.saw_Adobe_marker);
 
@@ -120,13 +73,9 @@ bool runDecoder(jpeg_decompress_struct& cinfo, ErrorManager& err, Job& job) {
 
 DecodeResult decodeJpeg(const uint8_t* data, size_t size, const DecodeOptions& options, std::string* error) {
     jpeg_decompress_struct cinfo{};
-    ErrorManager err{};
-    cinfo.err = jpeg_std_error(&err.pub);
-    err.pub.error_exit = errorExit;
-    err.pub.emit_message = emitMessage;
+    JpegErrorManager err{};
     jpeg_progress_mgr progress{};
-    progress.progress_monitor = progressMonitor;
-    cinfo.progress = &progress;
+    installJpegHandlers(cinfo, err, progress);
 
     Job job;
     job.data = data;
@@ -134,9 +83,7 @@ DecodeResult decodeJpeg(const uint8_t* data, size_t size, const DecodeOptions& o
     job.options = &options;
     job.error = error;
     const bool ok = runDecoder(cinfo, err, job);
-    const int scanNumber = err.eofScan;
-    const JDIMENSION imcuRow = err.eofImcuRow;
-    const bool sawEof = err.sawEof;
+    const bool nothingDecoded = jpegEndedBeforeAnyRow(err);
     jpeg_destroy_decompress(&cinfo);
     // jpeg_read_icc_profile hands over a malloc'ed copy.
     const std::unique_ptr<JOCTET, decltype(&std::free)> icc(job.icc, &std::free);
@@ -145,8 +92,7 @@ DecodeResult decodeJpeg(const uint8_t* data, size_t size, const DecodeOptions& o
         setError(error, std::string("invalid JPEG: ") + err.message);
         return std::nullopt;
     }
-    // The data ended inside the first iMCU row of the first scan: nothing real was decoded.
-    if (sawEof && scanNumber <= 1 && imcuRow == 0) {
+    if (nothingDecoded) {
         setError(error, "truncated JPEG: no image data");
         return std::nullopt;
     }

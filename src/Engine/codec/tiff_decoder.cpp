@@ -5,6 +5,7 @@
 // CMYK goes through the colour-managed CMYK conversion. Everything else libtiff's RGBA reader understands
 // (lower depths, palette, YCbCr, JPEG-compressed YCbCr, ...) comes out as 8-bit RGBA. Rows are returned in storage
 // order: like EXIF orientation, the Orientation tag is not applied.
+#include "codec_module_p.h"
 #include "icc_convert_p.h"
 #include "tiff_p.h"
 
@@ -142,3 +143,6 @@ DecodeResult decodeTiff(const uint8_t* data, size_t size, const DecodeOptions& o
 }
 
 }  // namespace voimg::detail
+
+// This decoder is built as a codec module.
+VO_CODEC_MODULE(voimg::FileFormat::Tiff, voimg::detail::decodeTiff, voimg::detail::probeTiff)

@@ -4,6 +4,7 @@
 // Stills decode straight into the output buffer, scaled by libwebp when a reduction is asked for (output
 // ceil(w/N) x ceil(h/N)). Animations are composited by WebPAnimDecoder onto its own canvas at full size
 // and copied out once.
+#include "codec_module_p.h"
 #include "icc_convert_p.h"
 
 #include <webp/decode.h>
@@ -112,3 +113,6 @@ DecodeResult decodeWebP(const uint8_t* data, size_t size, const DecodeOptions& o
 }
 
 }  // namespace voimg::detail
+
+// This decoder is built as a codec module; the engine reads WebP headers itself.
+VO_CODEC_MODULE(voimg::FileFormat::WebP, voimg::detail::decodeWebP, nullptr)

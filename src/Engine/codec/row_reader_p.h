@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+// The per-format row readers behind openRowReader.
+#pragma once
+
+#include "codec_p.h"
+#include "file_source_p.h"
+#include "row_reader.h"
+
+namespace voimg::detail {
+
+// Base for readers that fill rows themselves: paints the rows after a failure mid grey.
+class StreamingRowReader : public RowReader {
+protected:
+    void setSize(int width, int height, bool sixteenBit, bool hasAlpha) {
+        width_ = width, height_ = height, sixteenBit_ = sixteenBit, hasAlpha_ = hasAlpha;
+    }
+    // Paints `count` rows at `out` opaque mid grey.
+    void fillGrey(uint8_t* out, int count) const;
+};
+
+// Baseline JPEG from the file; progressive JPEG from memory, without the scans `finalReduction` makes
+// irrelevant. Null when it cannot start (with `error`).
+std::unique_ptr<RowReader> openJpegRowReader(std::unique_ptr<FileSource> file, const RowReadOptions& options,
+                                             std::string* error);
+
+// The common PNG (not interlaced; 8 or 16 bits; grey or RGB, with or without alpha; no transparency key or
+// colour profile) with the unfiltering left to finishRows(). Null, with `file` untouched, for any other.
+std::unique_ptr<RowReader> openInflatingPngRowReader(std::unique_ptr<FileSource>& file,
+                                                     const RowReadOptions& options);
+
+// Non-interlaced PNG from the file. Null for interlaced files (the caller decodes those whole) and when it
+// cannot start (with `error`; `error` stays empty for the interlaced case).
+std::unique_ptr<RowReader> openPngRowReader(std::unique_ptr<FileSource> file, const RowReadOptions& options,
+                                            std::string* error);
+
+}  // namespace voimg::detail

@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: MIT
+#include "file_renditions_p.h"
+
+#include <algorithm>
+#include <climits>
+#include <thread>
+
+#include "codec/row_reader.h"
+#include "rendition_slices_p.h"
+#include "row_pipeline_p.h"
+#include "srgb.h"
+#include "stream_resizer_p.h"
+
+namespace voimg {
+namespace {
+
+constexpr int kBlockRows = 16;
+constexpr int kBlocks = 6;  // blocks in flight between the reading thread and the workers
+
+// Decoded rows (sRGB, straight alpha) to premultiplied linear floats.
+void toLinear(const uint8_t* row, int64_t begin, int64_t end, bool sixteenBit, bool alpha, float* out) {
+    out += begin * 4;
+    if (!sixteenBit) {
+        const float* table = srgbToLinear8Table();
+        row += begin * 4;
+        for (int64_t x = begin; x < end; ++x, row += 4, out += 4) {
+            const float a = alpha ? float(row[3]) * (1.0f / 255.0f) : 1.0f;
+            out[0] = table[row[0]] * a, out[1] = table[row[1]] * a, out[2] = table[row[2]] * a, out[3] = a;
+        }
+        return;
+    }
+    const float* table = srgbToLinear16Table();
+    const auto* samples = reinterpret_cast<const uint16_t*>(row) + begin * 4;
+    for (int64_t x = begin; x < end; ++x, samples += 4, out += 4) {
+        const float a = alpha ? float(samples[3]) * (1.0f / 65535.0f) : 1.0f;
+        out[0] = table[samples[0]] * a, out[1] = table[samples[1]] * a, out[2] = table[samples[2]] * a, out[3] = a;
+    }
+}
+
+Bitmap blankBitmap(const FileRendition& r) {
+    Bitmap b;
+    b.format = r.format;
+    b.width = int(r.grid.width);
+    b.height = int(r.grid.height);
+    const size_t values = size_t(b.width) * size_t(b.height) * size_t(b.channels());
+    if (r.format == BitmapFormat::RgbaFloatLinear) b.floats.assign(values, 0.0f);
+    else b.bytes.assign(values, 0);
+    return b;
+}
+
+// A share of the columns of every rendition, computed by one thread.
+struct Worker {
+    std::vector<RenditionSlice> slices;    // one per rendition
+    std::vector<RenditionSlice*> direct;   // those made from the decoded rows
+    int64_t sourceBegin = 0, sourceEnd = 0;  // decoded columns they read
+    std::vector<float> linear;
+};
+
+// What each rendition is made from: -1 for the decoded rows, else the index of the largest rendition,
+// when that one is at least twice as large: shrinking its rows again is far cheaper than filtering the
+// decoded rows a second time, and as good, since the larger rendition keeps every frequency the smaller
+// one can show.
+std::vector<int> cascadeSources(const std::vector<FileRendition>& renditions) {
+    size_t largest = 0;
+    for (size_t i = 1; i < renditions.size(); ++i)
+        if (renditions[i].transform.m22 > renditions[largest].transform.m22) largest = i;
+    const AffineTransform& big = renditions[largest].transform;
+    std::vector<int> sources(renditions.size(), -1);
+    for (size_t i = 0; i < renditions.size(); ++i) {
+        const AffineTransform& t = renditions[i].transform;
+        if (i != largest && t.m11 * 2 <= big.m11 && t.m22 * 2 <= big.m22) sources[i] = int(largest);
+    }
+    return sources;
+}
+
+void setUpWorker(Worker& worker, int index, int total, const std::vector<FileRendition>& renditions,
+                 const std::vector<int>& sources, std::vector<Bitmap>& bitmaps, const Rect& fileExtent, int width,
+                 int height) {
+    const size_t n = renditions.size();
+    worker.slices.resize(n);
+    auto share = [&](size_t i, int64_t& begin, int64_t& end) {
+        const int64_t columns = renditions[i].grid.width;
+        begin = columns * index / total, end = columns * (index + 1) / total;
+    };
+    // Renditions made from a larger one first: they tell which of its columns they read.
+    std::vector<int64_t> needBegin(n, INT64_MAX), needEnd(n, INT64_MIN);
+    for (size_t i = 0; i < n; ++i) {
+        if (sources[i] < 0) continue;
+        const FileRendition& from = renditions[size_t(sources[i])];
+        SliceTarget target{AffineTransform::translation(float(from.grid.x), float(from.grid.y))
+                               .appending(from.transform.inverted())
+                               .appending(renditions[i].transform),
+                           from.grid.width, from.grid.height, renditions[i].grid, renditions[i].coverage,
+                           &bitmaps[i]};
+        int64_t begin = 0, end = 0;
+        share(i, begin, end);
+        makeRenditionSlice(worker.slices[i], target, begin, end, begin, end);
+        const StreamResizer& resizer = *worker.slices[i].resizer;
+        if (resizer.sourceEnd() > resizer.sourceBegin()) {
+            needBegin[size_t(sources[i])] = std::min(needBegin[size_t(sources[i])], resizer.sourceBegin());
+            needEnd[size_t(sources[i])] = std::max(needEnd[size_t(sources[i])], resizer.sourceEnd());
+        }
+    }
+    // The decoded picture's pixels, scaled to the file's size, then the rendition's transform.
+    const AffineTransform decodedToFile =
+        AffineTransform::scale(fileExtent.width / float(width), fileExtent.height / float(height));
+    worker.sourceBegin = width, worker.sourceEnd = 0;
+    for (size_t i = 0; i < n; ++i) {
+        if (sources[i] >= 0) continue;
+        SliceTarget target{decodedToFile.appending(renditions[i].transform), width, height, renditions[i].grid,
+                           renditions[i].coverage, &bitmaps[i]};
+        int64_t begin = 0, end = 0;
+        share(i, begin, end);
+        const int64_t computeBegin = std::min(begin, needBegin[i]), computeEnd = std::max(end, needEnd[i]);
+        RenditionSlice& slice = worker.slices[i];
+        makeRenditionSlice(slice, target, computeBegin, computeEnd, begin, end);
+        for (size_t k = 0; k < n; ++k)
+            if (sources[k] == int(i)) slice.cascades.push_back(&worker.slices[k]);
+        worker.direct.push_back(&slice);
+        if (slice.resizer->sourceEnd() > slice.resizer->sourceBegin()) {
+            worker.sourceBegin = std::min(worker.sourceBegin, slice.resizer->sourceBegin());
+            worker.sourceEnd = std::max(worker.sourceEnd, slice.resizer->sourceEnd());
+        }
+    }
+    worker.sourceBegin = std::min(worker.sourceBegin, worker.sourceEnd);
+    worker.linear.resize(size_t(width) * 4);
+}
+
+// Threads sharing the resizing: as many as cores, but no more than the narrowest rendition has columns
+// to hand out in useful shares.
+int workerCount(const std::vector<FileRendition>& renditions) {
+    int64_t narrowest = INT64_MAX;
+    for (const FileRendition& r : renditions) narrowest = std::min(narrowest, r.grid.width);
+    const int cores = int(std::max(1u, std::thread::hardware_concurrency()));
+    return int(std::clamp<int64_t>(narrowest / 32, 1, std::min(cores, 2)));
+}
+
+void feedWorker(Worker& worker, RowPipeline& pipeline, const RowReader& reader) {
+    for (int64_t sequence = 0;; ++sequence) {
+        RowPipeline::Block* block = pipeline.waitFor(sequence, true);
+        if (!block) return;
+        for (int i = 0; i < block->rows; ++i) {
+            toLinear(block->pixels + size_t(i) * reader.stride(), worker.sourceBegin, worker.sourceEnd,
+                     reader.sixteenBit(), reader.hasAlpha(), worker.linear.data());
+            for (RenditionSlice* slice : worker.direct) slice->resizer->pushRow(worker.linear.data());
+        }
+        pipeline.release(block);
+    }
+}
+
+}  // namespace
+
+std::optional<FileRendition> fileRenditionOf(const Image& image, const Rect& rect, BitmapFormat format,
+                                             const FileNode** file) {
+    if (image.isNull()) return std::nullopt;
+    const Node* node = image.node().get();
+    if (const auto* crop = dynamic_cast<const CropNode*>(node)) node = crop->child().get();
+    const auto* affine = dynamic_cast<const AffineNode*>(node);
+    if (affine == nullptr) return std::nullopt;
+    const auto* source = dynamic_cast<const FileNode*>(affine->child().get());
+    // A file decoded already renders faster from its cached pixels.
+    if (source == nullptr || !source->decodedReductions().empty()) return std::nullopt;
+    const AffineTransform& t = affine->transform();
+    if (t.m12 != 0 || t.m21 != 0 || !(t.m11 > 0 && t.m11 < 1) || !(t.m22 > 0 && t.m22 < 1)) return std::nullopt;
+    const PixelRect grid = RenderContext::pixelGrid(image, rect);
+    if (grid.isEmpty() || grid.area() > kMaxRenderPixels || grid.width > INT32_MAX || grid.height > INT32_MAX)
+        return std::nullopt;
+    if (file) *file = source;
+    // Inside the crop (or the transformed file, without one) pixels are whole; at its border partly covered.
+    return FileRendition{t, image.extent(), grid, format};
+}
+
+std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector<FileRendition>& renditions) {
+    std::vector<Bitmap> bitmaps;
+    for (const FileRendition& r : renditions) bitmaps.push_back(blankBitmap(r));
+    if (renditions.empty()) return bitmaps;
+
+    int reduction = 8;
+    double largestScale = 0;
+    for (const FileRendition& r : renditions) {
+        reduction = std::min(reduction, decodeReductionFor(r.transform));
+        largestScale = std::max({largestScale, double(r.transform.m11), double(r.transform.m22)});
+    }
+    RowReadOptions options;
+    options.scaleDenominator = reduction;
+    options.finalReduction = largestScale > 0 ? 1.0 / largestScale : 1.0;
+    std::unique_ptr<RowReader> reader = openRowReader(file.path(), options);
+    if (!reader) return bitmaps;
+
+    const int width = reader->width(), height = reader->height();
+    // Each worker takes an equal share of the columns of every rendition.
+    const int workerTotal = workerCount(renditions);
+    const std::vector<int> sources = cascadeSources(renditions);
+    std::vector<Worker> workers(static_cast<size_t>(workerTotal));
+    for (int w = 0; w < workerTotal; ++w)
+        setUpWorker(workers[size_t(w)], w, workerTotal, renditions, sources, bitmaps, file.extent(), width, height);
+
+    // The reader runs on a thread of its own a few blocks ahead; a reader that leaves work for later has it
+    // done on another, in order; the workers resize, the last of them on this thread.
+    RowReader& rows = *reader;
+    const bool finishing = rows.finishesRows();
+    RowPipeline pipeline(kBlocks, size_t(kBlockRows) * rows.rawStride(),
+                         finishing ? size_t(kBlockRows) * rows.stride() : 0, workerTotal);
+    std::vector<std::thread> threads;
+    struct Joiner {
+        RowPipeline& pipeline;
+        std::vector<std::thread>& threads;
+        ~Joiner() {
+            pipeline.cancel();
+            for (std::thread& t : threads) t.join();
+        }
+    } joiner{pipeline, threads};
+    threads.emplace_back([&] {
+        while (RowPipeline::Block* block = pipeline.takeEmpty()) {
+            block->rows = rows.readRows(block->raw.data(), kBlockRows);
+            if (block->rows == 0) {
+                pipeline.putBackEmpty(block);
+                break;
+            }
+            pipeline.publish(block, !finishing);
+        }
+        pipeline.close();
+    });
+    if (finishing) {
+        threads.emplace_back([&] {
+            for (int64_t sequence = 0;; ++sequence) {
+                RowPipeline::Block* block = pipeline.waitFor(sequence, false);
+                if (!block) return;
+                block->pixels = rows.finishRows(block->raw.data(), block->rows, block->scratch.data());
+                pipeline.markFinished(block);
+            }
+        });
+    }
+    for (size_t w = 1; w < workers.size(); ++w)
+        threads.emplace_back([&, w] { feedWorker(workers[w], pipeline, rows); });
+    feedWorker(workers[0], pipeline, rows);
+    // Every thread runs out of rows on its own; then the resizers flush what the picture's end left.
+    for (std::thread& t : threads) t.join();
+    threads.clear();
+    for (Worker& worker : workers)
+        for (RenditionSlice* slice : worker.direct) finishRenditionSlice(*slice);
+    return bitmaps;
+}
+
+}  // namespace voimg

@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: MIT
+#include "stream_resizer_p.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace voimg {
+namespace {
+
+// One premultiplied RGBA pixel in a 128-bit register; the compiler keeps the four channels together.
+using Pixel = float __attribute__((vector_size(16)));
+
+inline Pixel load(const float* p) {
+    Pixel v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+inline void store(float* p, Pixel v) { std::memcpy(p, &v, sizeof v); }
+
+AxisTaps tapsOnBoxedGrid(const ResizeAxis& axis, int box, int64_t boxedCount) {
+    const double scale = 1.0 / std::abs(axis.a);
+    // On the boxed grid a source coordinate s lies at s / box.
+    return AxisTaps::build(0, axis.outCount, axis.a / box, axis.b / box, ResampleKernel::forScale(scale * box), 0,
+                           boxedCount);
+}
+
+}  // namespace
+
+int StreamResizer::boxFactorFor(double scale) {
+    const double reduction = scale > 0 ? 1.0 / scale : 1.0;
+    return reduction >= 5.0 ? int(std::floor(reduction / 2.5)) : 1;
+}
+
+StreamResizer::StreamResizer(const ResizeAxis& x, const ResizeAxis& y, Emit emit)
+    : x_(x), y_(y), emit_(std::move(emit)) {
+    boxX_ = boxFactorFor(std::abs(1.0 / x.a));
+    boxY_ = boxFactorFor(std::abs(1.0 / y.a));
+    boxedWidth_ = (x.srcCount + boxX_ - 1) / boxX_;
+    boxedHeight_ = (y.srcCount + boxY_ - 1) / boxY_;
+    xTaps_ = tapsOnBoxedGrid(x, boxX_, boxedWidth_);
+    yTaps_ = tapsOnBoxedGrid(y, boxY_, boxedHeight_);
+    outWidth_ = x.outCount;
+    if (xTaps_.hi > xTaps_.lo) {
+        boxedBegin_ = xTaps_.lo, boxedEnd_ = xTaps_.hi;
+        sourceBegin_ = boxedBegin_ * boxX_;
+        sourceEnd_ = std::min<int64_t>(boxedEnd_ * boxX_, x.srcCount);
+    }
+
+    // Deep enough for every output row: when row o is emitted, the newest filtered row is the last one any
+    // row up to o needs, and the oldest one o needs is first[o].
+    int64_t newest = -1;
+    ringRows_ = 1;
+    for (int64_t o = 0; o < y.outCount; ++o) {
+        if (yTaps_.count[size_t(o)] == 0) continue;
+        newest = std::max(newest, yTaps_.first[size_t(o)] + yTaps_.count[size_t(o)] - 1);
+        ringRows_ = std::max(ringRows_, newest - yTaps_.first[size_t(o)] + 1);
+    }
+    ring_.assign(size_t(ringRows_) * size_t(outWidth_) * 4, 0.0f);
+    if (boxY_ > 1) boxAccumulator_.assign(size_t(x.srcCount) * 4, 0.0f);
+    if (boxX_ > 1) boxedRow_.resize(size_t(boxedWidth_) * 4);
+    outRow_.resize(size_t(outWidth_) * 4);
+}
+
+void StreamResizer::pushRow(const float* rgba) {
+    ++sourceRows_;
+    if (boxY_ == 1) return takeBoxedRow(rgba);
+    // Only the columns this resizer reads are summed.
+    float* acc = boxAccumulator_.data() + sourceBegin_ * 4;
+    const float* in = rgba + sourceBegin_ * 4;
+    const size_t n = size_t(sourceEnd_ - sourceBegin_) * 4;
+    if (rowsInBox_ == 0) {
+        std::memcpy(acc, in, n * sizeof(float));
+    } else {
+        for (size_t i = 0; i < n; ++i) acc[i] += in[i];
+    }
+    if (++rowsInBox_ < boxY_ && sourceRows_ < y_.srcCount) return;
+    const float inverse = 1.0f / float(rowsInBox_);
+    for (size_t i = 0; i < n; ++i) acc[i] *= inverse;
+    rowsInBox_ = 0;
+    takeBoxedRow(boxAccumulator_.data());
+}
+
+void StreamResizer::takeBoxedRow(const float* rgba) {
+    const float* row = rgba;
+    if (boxX_ > 1) {
+        // Average runs of boxX_ pixels; the last run may be shorter.
+        for (int64_t b = boxedBegin_; b < boxedEnd_; ++b) {
+            const int64_t begin = b * boxX_, end = std::min<int64_t>(begin + boxX_, x_.srcCount);
+            Pixel sum = load(rgba + begin * 4);
+            for (int64_t i = begin + 1; i < end; ++i) sum += load(rgba + i * 4);
+            store(&boxedRow_[size_t(b) * 4], sum * (1.0f / float(end - begin)));
+        }
+        row = boxedRow_.data();
+    }
+    float* slot = &ring_[size_t(rowsArrived_ % ringRows_) * size_t(outWidth_) * 4];
+    filterHorizontally(row, slot);
+    ++rowsArrived_;
+    emitReadyRows();
+}
+
+void StreamResizer::filterHorizontally(const float* boxed, float* out) const {
+    for (int64_t o = 0; o < outWidth_; ++o) {
+        const float* w = &xTaps_.weights[size_t(o) * size_t(xTaps_.stride)];
+        const float* s = boxed + xTaps_.first[size_t(o)] * 4;
+        const int count = xTaps_.count[size_t(o)];
+        // Four independent sums, so that consecutive taps do not wait for each other's additions.
+        Pixel s0 = {0, 0, 0, 0}, s1 = s0, s2 = s0, s3 = s0;
+        int k = 0;
+        for (; k + 4 <= count; k += 4) {
+            s0 += load(s + k * 4) * w[k];
+            s1 += load(s + k * 4 + 4) * w[k + 1];
+            s2 += load(s + k * 4 + 8) * w[k + 2];
+            s3 += load(s + k * 4 + 12) * w[k + 3];
+        }
+        for (; k < count; ++k) s0 += load(s + k * 4) * w[k];
+        store(out + o * 4, (s0 + s1) + (s2 + s3));
+    }
+}
+
+void StreamResizer::emitReadyRows() {
+    while (nextOut_ < y_.outCount) {
+        const int count = yTaps_.count[size_t(nextOut_)];
+        if (count > 0 && yTaps_.first[size_t(nextOut_)] + count > rowsArrived_) return;
+        emitRow(nextOut_++);
+    }
+}
+
+void StreamResizer::emitRow(int64_t o) {
+    float* dst = outRow_.data();
+    std::fill_n(dst, outRow_.size(), 0.0f);
+    const float* w = &yTaps_.weights[size_t(o) * size_t(yTaps_.stride)];
+    for (int k = 0; k < yTaps_.count[size_t(o)]; ++k) {
+        const int64_t source = yTaps_.first[size_t(o)] + k;
+        const float* src = &ring_[size_t(source % ringRows_) * size_t(outWidth_) * 4];
+        const float wk = w[k];
+        for (int64_t i = 0; i < outWidth_ * 4; i += 4) store(dst + i, load(dst + i) + load(src + i) * wk);
+    }
+    emit_(o, outRow_.data());
+}
+
+void StreamResizer::finish() {
+    if (rowsInBox_ > 0) {
+        // A picture that ended inside a box row (fewer rows than announced): average what came.
+        const float inverse = 1.0f / float(rowsInBox_);
+        for (int64_t i = sourceBegin_ * 4; i < sourceEnd_ * 4; ++i) boxAccumulator_[size_t(i)] *= inverse;
+        rowsInBox_ = 0;
+        takeBoxedRow(boxAccumulator_.data());
+    }
+    // Rows whose sources never arrived come out transparent.
+    while (nextOut_ < y_.outCount) {
+        if (yTaps_.count[size_t(nextOut_)] > 0 &&
+            yTaps_.first[size_t(nextOut_)] + yTaps_.count[size_t(nextOut_)] > rowsArrived_) {
+            std::fill_n(outRow_.data(), outRow_.size(), 0.0f);
+            emit_(nextOut_++, outRow_.data());
+            continue;
+        }
+        emitRow(nextOut_++);
+    }
+}
+
+}  // namespace voimg

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+// Shrinking a picture that arrives one row at a time, top row first, keeping only the rows still needed.
+//
+// Each incoming row (premultiplied linear RGBA floats) is first averaged over `box` x `box` blocks when the
+// shrink is large (a cheap box filter that leaves at least a 2.5-fold shrink to the proper filter), then
+// filtered horizontally to the output width with the separable resampler's taps; the filtered rows wait in
+// a ring just deep enough for the vertical filter, which emits each output row as soon as its last source
+// row has arrived. Memory: a few source rows plus `taps` output-width rows, whatever the picture's height.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "resample_taps_p.h"
+
+namespace voimg {
+
+struct ResizeAxis {
+    // Source coordinate of output coordinate c (both in pixels, along the axis) is a * c + b.
+    double a = 1, b = 0;
+    int64_t outCount = 0;  // output pixels 0 .. outCount-1
+    int64_t srcCount = 0;  // source pixels 0 .. srcCount-1
+};
+
+class StreamResizer {
+public:
+    // Receives each output row once, in order: index (0 = first) and outCount(x) RGBA floats.
+    using Emit = std::function<void(int64_t row, const float* rgba)>;
+
+    StreamResizer(const ResizeAxis& x, const ResizeAxis& y, Emit emit);
+
+    // The box factor chosen for a shrink by `scale` (< 1): 1 unless the shrink is at least fivefold.
+    [[nodiscard]] static int boxFactorFor(double scale);
+
+    // The source columns the output needs (a resizer for a slice of the output columns reads only part of
+    // each row); empty when none.
+    [[nodiscard]] int64_t sourceBegin() const { return sourceBegin_; }
+    [[nodiscard]] int64_t sourceEnd() const { return sourceEnd_; }
+
+    // The next source row (x.srcCount RGBA floats, of which only [sourceBegin, sourceEnd) are read).
+    void pushRow(const float* rgba);
+    // After the last source row: emits whatever is left (rows the picture's end left without sources).
+    void finish();
+
+    [[nodiscard]] int boxX() const { return boxX_; }
+    [[nodiscard]] int boxY() const { return boxY_; }
+
+private:
+    void takeBoxedRow(const float* rgba);
+    void filterHorizontally(const float* boxed, float* out) const;
+    void emitReadyRows();
+    void emitRow(int64_t o);
+
+    ResizeAxis x_, y_;
+    Emit emit_;
+    int boxX_ = 1, boxY_ = 1;
+    int64_t boxedWidth_ = 0, boxedHeight_ = 0;
+    AxisTaps xTaps_, yTaps_;
+    int64_t outWidth_ = 0;
+    int64_t boxedBegin_ = 0, boxedEnd_ = 0, sourceBegin_ = 0, sourceEnd_ = 0;
+
+    std::vector<float> boxAccumulator_;  // sum of the source rows of the current box row
+    int rowsInBox_ = 0;
+    std::vector<float> boxedRow_;        // one row of box averages
+
+    std::vector<float> ring_;  // filtered rows, ringRows_ of them, indexed by boxed row modulo ringRows_
+    int64_t ringRows_ = 0;
+    int64_t rowsArrived_ = 0;  // boxed rows filtered so far
+    int64_t nextOut_ = 0;
+    int64_t sourceRows_ = 0;
+    std::vector<float> outRow_;
+};
+
+}  // namespace voimg

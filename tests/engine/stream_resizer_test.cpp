@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+// The row-streaming shrink: the same result as the tiled resampler, rows emitted as soon as possible,
+// and a picture that ends early leaves its missing rows transparent.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "Engine/srgb.h"
+#include "Engine/stream_resizer_p.h"
+#include "engine_test_util.h"
+
+namespace voimg {
+namespace {
+
+struct Source {
+    int width, height;
+    std::vector<uint8_t> rgba;  // top row first
+};
+
+Source texturedSource(int width, int height) {
+    Source s{width, height, std::vector<uint8_t>(size_t(width) * height * 4)};
+    std::mt19937 random(3);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            uint8_t* p = &s.rgba[(size_t(y) * width + x) * 4];
+            p[0] = uint8_t(128 + 100 * std::sin(x * 0.31) * std::cos(y * 0.17));
+            p[1] = uint8_t((x * 3 + y * 5) & 255);
+            p[2] = uint8_t(random() & 255);
+            p[3] = 255;
+        }
+    return s;
+}
+
+// Shrinks `source` uniformly by `scale` into a (ceil) grid, as the engine maps an image scaled about the
+// origin: returns premultiplied linear floats, top row first.
+std::vector<float> streamShrink(const Source& source, double scale, int64_t outW, int64_t outH,
+                                int* box = nullptr, std::vector<int64_t>* emittedAfter = nullptr) {
+    std::vector<float> out(size_t(outW * outH) * 4, -1.0f);
+    const ResizeAxis x{1 / scale, 0, outW, source.width};
+    // Top-down rows: source row j is engine row height-1-j.
+    const ResizeAxis y{1 / scale, double(source.height) - double(outH) / scale, outH, source.height};
+    int64_t pushed = 0;
+    StreamResizer resizer(x, y, [&](int64_t row, const float* rgba) {
+        std::copy_n(rgba, size_t(outW) * 4, &out[size_t(row * outW) * 4]);
+        if (emittedAfter) emittedAfter->push_back(pushed);
+    });
+    if (box) *box = resizer.boxX();
+    const float* table = srgbToLinear8Table();
+    std::vector<float> row(size_t(source.width) * 4);
+    for (int j = 0; j < source.height; ++j) {
+        for (int i = 0; i < source.width * 4; ++i)
+            row[size_t(i)] = i % 4 == 3 ? source.rgba[size_t(j) * source.width * 4 + i] / 255.0f
+                                        : table[source.rgba[size_t(j) * source.width * 4 + i]];
+        ++pushed;
+        resizer.pushRow(row.data());
+    }
+    resizer.finish();
+    return out;
+}
+
+std::vector<float> engineShrink(const Source& source, double scale) {
+    DecodedImage d;
+    d.width = source.width, d.height = source.height, d.pixels = source.rgba;
+    const Image scaled = Image::withDecodedImage(std::move(d)).transformed(AffineTransform::scale(float(scale), float(scale)));
+    RenderContext context;
+    return context.createBitmap(scaled, scaled.extent(), BitmapFormat::RgbaFloatLinear).floats;
+}
+
+double psnr(const std::vector<float>& a, const std::vector<float>& b) {
+    double squared = 0;
+    for (size_t i = 0; i < a.size(); ++i) {
+        const double d = (a[i] - b[i]) * 255.0;
+        squared += d * d;
+    }
+    return 10 * std::log10(255.0 * 255.0 / std::max(1e-12, squared / double(a.size())));
+}
+
+TEST(StreamResizer, WithoutABoxItEqualsTheTiledResampler) {
+    const Source source = texturedSource(300, 200);
+    int box = 0;
+    const std::vector<float> streamed = streamShrink(source, 0.3, 90, 60, &box);
+    const std::vector<float> tiled = engineShrink(source, 0.3);
+    ASSERT_EQ(box, 1);
+    ASSERT_EQ(streamed.size(), tiled.size());
+    for (size_t i = 0; i < tiled.size(); ++i) ASSERT_NEAR(streamed[i], tiled[i], 2e-5) << "value " << i;
+}
+
+TEST(StreamResizer, ALargeShrinkAveragesBoxesFirstAndStaysCloseToTheExactFilter) {
+    const Source source = texturedSource(800, 600);
+    int box = 0;
+    const std::vector<float> streamed = streamShrink(source, 0.075, 60, 45, &box);
+    ASSERT_EQ(box, 5);  // a 13.3-fold shrink: boxes of 5, then 2.67-fold with the filter
+    EXPECT_GT(psnr(streamed, engineShrink(source, 0.075)), 40.0);
+}
+
+TEST(StreamResizer, BoxFactorsLeaveAtLeastTwoAndAHalfFoldToTheFilter) {
+    EXPECT_EQ(StreamResizer::boxFactorFor(0.5), 1);
+    EXPECT_EQ(StreamResizer::boxFactorFor(0.21), 1);
+    EXPECT_EQ(StreamResizer::boxFactorFor(0.2), 2);
+    EXPECT_EQ(StreamResizer::boxFactorFor(1 / 13.33), 5);
+    EXPECT_EQ(StreamResizer::boxFactorFor(1 / 40.0), 16);
+}
+
+TEST(StreamResizer, EachRowIsEmittedOnceItsLastSourceRowArrived) {
+    const Source source = texturedSource(120, 400);
+    std::vector<int64_t> emittedAfter;
+    streamShrink(source, 0.25, 30, 100, nullptr, &emittedAfter);
+    ASSERT_EQ(emittedAfter.size(), 100u);
+    // A 4-fold Lanczos-3 reaches 12 source rows beyond the centre: row 0 needs about 14 rows, and every
+    // later row about 4 more; nothing waits for the whole picture.
+    EXPECT_LE(emittedAfter.front(), 16);
+    EXPECT_LT(emittedAfter[50], 220);
+    for (size_t i = 1; i < emittedAfter.size(); ++i) EXPECT_GE(emittedAfter[i], emittedAfter[i - 1]);
+}
+
+TEST(StreamResizer, APictureEndingEarlyLeavesItsMissingRowsTransparent) {
+    const Source source = texturedSource(100, 100);
+    std::vector<float> out(size_t(50 * 50) * 4, -1.0f);
+    const ResizeAxis x{2, 0, 50, 100}, y{2, 0, 50, 100};
+    StreamResizer resizer(x, y, [&](int64_t row, const float* rgba) { std::copy_n(rgba, 200, &out[size_t(row) * 200]); });
+    std::vector<float> opaque(400, 1.0f);
+    for (int j = 0; j < 40; ++j) resizer.pushRow(opaque.data());
+    resizer.finish();
+    EXPECT_NEAR(out[size_t(5 * 50 + 10) * 4 + 3], 1.0f, 1e-5);
+    EXPECT_EQ(out[size_t(49 * 50 + 10) * 4 + 3], 0.0f);
+    for (float v : out) ASSERT_GE(v, -1e-3f);  // every row was emitted
+}
+
+}  // namespace
+}  // namespace voimg
