@@ -61,9 +61,7 @@ struct JpegError {
     std::jmp_buf jump;
 };
 
-void jpegErrorExit(j_common_ptr info) {
-    std::longjmp(reinterpret_cast<JpegError*>(info->err)->jump, 1);
-}
+void jpegErrorExit(j_common_ptr info) { std::longjmp(reinterpret_cast<JpegError*>(info->err)->jump, 1); }
 
 Size decodeJpeg(const char* path, int scaleDenominator) {
     File file = openFile(path);
@@ -221,11 +219,20 @@ int main(int argc, char** argv) {
 
     Size size;
     switch (sniff(path)) {
-        case Format::Jpeg: size = decodeJpeg(path, scale); break;
-        case Format::Png: size = pngLibrary == "spng" ? decodePngSpng(path) : decodePngLibpng(path); break;
-        case Format::WebP: size = decodeWebp(path); break;
-        case Format::Tiff: size = decodeTiff(path); break;
-        case Format::Unknown: fail(std::string("unknown format: ") + path);
+        case Format::Jpeg:
+            size = decodeJpeg(path, scale);
+            break;
+        case Format::Png:
+            size = pngLibrary == "spng" ? decodePngSpng(path) : decodePngLibpng(path);
+            break;
+        case Format::WebP:
+            size = decodeWebp(path);
+            break;
+        case Format::Tiff:
+            size = decodeTiff(path);
+            break;
+        case Format::Unknown:
+            fail(std::string("unknown format: ") + path);
     }
     std::printf("%ldx%ld\n", size.width, size.height);
     return 0;

@@ -206,9 +206,8 @@ double psnr(const voimg::DecodedImage& thumb, const std::vector<uint8_t>& refere
     const size_t pixels = size_t(thumb.width) * thumb.height;
     for (size_t i = 0; i < pixels; ++i) {
         for (int c = 0; c < 3; ++c) {
-            const int value = thumb.sixteenBit
-                                  ? reinterpret_cast<const uint16_t*>(thumb.pixels.data())[i * 4 + c] >> 8
-                                  : thumb.pixels[i * 4 + c];
+            const int value = thumb.sixteenBit ? reinterpret_cast<const uint16_t*>(thumb.pixels.data())[i * 4 + c] >> 8
+                                               : thumb.pixels[i * 4 + c];
             const double d = double(value) - reference[i * 4 + c];
             squared += d * d;
         }
@@ -287,8 +286,7 @@ int main(int argc, char** argv) {
                 std::fprintf(stderr, "cannot write %s: %s\n", target.c_str(), error.c_str());
             }
         }
-        std::printf("%.3f\t%dx%d\t%s\n", psnr(*thumb, found->second), thumb->width, thumb->height,
-                    job.path.c_str());
+        std::printf("%.3f\t%dx%d\t%s\n", psnr(*thumb, found->second), thumb->width, thumb->height, job.path.c_str());
         std::fflush(stdout);
     }
     return 0;

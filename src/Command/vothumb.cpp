@@ -38,8 +38,8 @@ int main(int argc, char** argv) {
         (void)properties;
 
         // Both renditions come from one pass over the file.
-        VoCoreUtils::exportImagesToURLs({{rendition(image, 150), prefix + "-200.jpg"},
-                                         {rendition(image, 600), prefix + "-600.jpg"}});
+        VoCoreUtils::exportImagesToURLs(
+            {{rendition(image, 150), prefix + "-200.jpg"}, {rendition(image, 600), prefix + "-600.jpg"}});
     } catch (const std::exception& exception) {
         vo::VoLog(std::string("Caught Exception ") + exception.what());
         result = -1;

@@ -43,15 +43,17 @@ Bitmap blankBitmap(const FileRendition& r) {
     b.width = int(r.grid.width);
     b.height = int(r.grid.height);
     const size_t values = size_t(b.width) * size_t(b.height) * size_t(b.channels());
-    if (r.format == BitmapFormat::RgbaFloatLinear) b.floats.assign(values, 0.0f);
-    else b.bytes.assign(values, 0);
+    if (r.format == BitmapFormat::RgbaFloatLinear)
+        b.floats.assign(values, 0.0f);
+    else
+        b.bytes.assign(values, 0);
     return b;
 }
 
 // A share of the columns of every rendition, computed by one thread.
 struct Worker {
-    std::vector<RenditionSlice> slices;    // one per rendition
-    std::vector<RenditionSlice*> direct;   // those made from the decoded rows
+    std::vector<RenditionSlice> slices;      // one per rendition
+    std::vector<RenditionSlice*> direct;     // those made from the decoded rows
     int64_t sourceBegin = 0, sourceEnd = 0;  // decoded columns they read
     std::vector<float> linear;
 };
@@ -90,7 +92,10 @@ void setUpWorker(Worker& worker, int index, int total, const std::vector<FileRen
         SliceTarget target{AffineTransform::translation(float(from.grid.x), float(from.grid.y))
                                .appending(from.transform.inverted())
                                .appending(renditions[i].transform),
-                           from.grid.width, from.grid.height, renditions[i].grid, renditions[i].coverage,
+                           from.grid.width,
+                           from.grid.height,
+                           renditions[i].grid,
+                           renditions[i].coverage,
                            &bitmaps[i]};
         int64_t begin = 0, end = 0;
         share(i, begin, end);
@@ -107,8 +112,12 @@ void setUpWorker(Worker& worker, int index, int total, const std::vector<FileRen
     worker.sourceBegin = width, worker.sourceEnd = 0;
     for (size_t i = 0; i < n; ++i) {
         if (sources[i] >= 0) continue;
-        SliceTarget target{decodedToFile.appending(renditions[i].transform), width, height, renditions[i].grid,
-                           renditions[i].coverage, &bitmaps[i]};
+        SliceTarget target{decodedToFile.appending(renditions[i].transform),
+                           width,
+                           height,
+                           renditions[i].grid,
+                           renditions[i].coverage,
+                           &bitmaps[i]};
         int64_t begin = 0, end = 0;
         share(i, begin, end);
         const int64_t computeBegin = std::min(begin, needBegin[i]), computeEnd = std::max(end, needEnd[i]);
@@ -126,13 +135,14 @@ void setUpWorker(Worker& worker, int index, int total, const std::vector<FileRen
     worker.linear.resize(size_t(width) * 4);
 }
 
-// Threads sharing the resizing: as many as cores, but no more than the narrowest rendition has columns
-// to hand out in useful shares.
+// Threads sharing the resizing: every core the reading thread leaves, at most two, and no more than the
+// narrowest rendition has columns to hand out in useful shares. On two cores one worker beside the reader
+// is measurably faster than two, which would keep taking the reader's core from it.
 int workerCount(const std::vector<FileRendition>& renditions) {
     int64_t narrowest = INT64_MAX;
     for (const FileRendition& r : renditions) narrowest = std::min(narrowest, r.grid.width);
     const int cores = int(std::max(1u, std::thread::hardware_concurrency()));
-    return int(std::clamp<int64_t>(narrowest / 32, 1, std::min(cores, 2)));
+    return int(std::clamp<int64_t>(narrowest / 32, 1, std::clamp(cores - 1, 1, 2)));
 }
 
 void feedWorker(Worker& worker, RowPipeline& pipeline, const RowReader& reader) {

@@ -23,27 +23,30 @@ float clamp01(float v) { return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f; }
 
 void convertRow(const float* src, int64_t width, const Bitmap& bitmap, uint8_t* bytes, float* floats) {
     switch (bitmap.format) {
-    case BitmapFormat::RgbaFloatLinear:
-        std::copy_n(src, size_t(width) * 4, floats);
-        return;
-    case BitmapFormat::Rgb8OverBlack:
-        for (int64_t x = 0; x < width; ++x, src += 4, bytes += 3)
-            for (int k = 0; k < 3; ++k) bytes[k] = linearToSrgb8(src[k]);
-        return;
-    case BitmapFormat::Rgba8:
-    case BitmapFormat::Rgba8Premultiplied: {
-        const bool premultiplied = bitmap.format == BitmapFormat::Rgba8Premultiplied;
-        for (int64_t x = 0; x < width; ++x, src += 4, bytes += 4) {
-            const float a = clamp01(src[3]);
-            const uint8_t alpha = uint8_t(std::lround(a * 255.0f));
-            for (int k = 0; k < 3; ++k) {
-                const uint8_t straight = a > 0 ? linearToSrgb8(src[k] / a) : 0;
-                bytes[k] = premultiplied ? uint8_t((straight * alpha + 127) / 255) : straight;
-            }
-            bytes[3] = alpha;
+        case BitmapFormat::RgbaFloatLinear:
+            std::copy_n(src, size_t(width) * 4, floats);
+            return;
+        case BitmapFormat::Rgb8OverBlack: {
+            const uint8_t* table = linearToSrgb8Table();
+            for (int64_t x = 0; x < width; ++x, src += 4, bytes += 3)
+                for (int k = 0; k < 3; ++k) bytes[k] = linearToSrgb8(table, src[k]);
+            return;
         }
-        return;
-    }
+        case BitmapFormat::Rgba8:
+        case BitmapFormat::Rgba8Premultiplied: {
+            const bool premultiplied = bitmap.format == BitmapFormat::Rgba8Premultiplied;
+            const uint8_t* table = linearToSrgb8Table();
+            for (int64_t x = 0; x < width; ++x, src += 4, bytes += 4) {
+                const float a = clamp01(src[3]);
+                const uint8_t alpha = uint8_t(std::lround(a * 255.0f));
+                for (int k = 0; k < 3; ++k) {
+                    const uint8_t straight = a > 0 ? linearToSrgb8(table, src[k] / a) : 0;
+                    bytes[k] = premultiplied ? uint8_t((straight * alpha + 127) / 255) : straight;
+                }
+                bytes[3] = alpha;
+            }
+            return;
+        }
     }
 }
 
@@ -73,8 +76,10 @@ Bitmap RenderContext::createBitmap(const Image& image, const Rect& rect, BitmapF
     bitmap.width = int(grid.width);
     bitmap.height = int(grid.height);
     const size_t rowValues = size_t(grid.width) * size_t(bitmap.channels());
-    if (format == BitmapFormat::RgbaFloatLinear) bitmap.floats.resize(rowValues * size_t(grid.height));
-    else bitmap.bytes.resize(rowValues * size_t(grid.height));
+    if (format == BitmapFormat::RgbaFloatLinear)
+        bitmap.floats.resize(rowValues * size_t(grid.height));
+    else
+        bitmap.bytes.resize(rowValues * size_t(grid.height));
 
     renderTiles(image, grid, [&](const TileView& tile) {
         for (int64_t y = tile.rect.y; y < tile.rect.maxY(); ++y) {

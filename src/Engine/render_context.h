@@ -20,10 +20,10 @@ namespace voimg {
 class ThreadPool;
 
 enum class BitmapFormat {
-    Rgba8,             // sRGB, straight alpha: what PNG and most toolkits want
+    Rgba8,               // sRGB, straight alpha: what PNG and most toolkits want
     Rgba8Premultiplied,  // sRGB-encoded colour multiplied by alpha (Qt's ARGB32_Premultiplied order aside)
-    Rgb8OverBlack,     // sRGB of the premultiplied colour, no alpha: transparent areas come out black
-    RgbaFloatLinear,   // the working values themselves: premultiplied linear floats
+    Rgb8OverBlack,       // sRGB of the premultiplied colour, no alpha: transparent areas come out black
+    RgbaFloatLinear,     // the working values themselves: premultiplied linear floats
 };
 
 struct Bitmap {

@@ -26,25 +26,26 @@ void makeRenditionSlice(RenditionSlice& slice, const SliceTarget& target, int64_
     Bitmap& bitmap = *target.bitmap;
     const double y0 = target.coverage.y, y1 = double(target.coverage.y) + target.coverage.height;
     const size_t rowValues = size_t(bitmap.width) * size_t(bitmap.channels());
-    slice.resizer = std::make_unique<StreamResizer>(x, y, [&slice, &bitmap, grid, y0, y1, rowValues](
-                                                               int64_t row, const float* rgba) {
-        if (!slice.cascades.empty()) {
-            if (slice.fullRow.empty()) slice.fullRow.resize(size_t(grid.width) * 4);
-            std::copy_n(rgba, size_t(slice.end - slice.begin) * 4, &slice.fullRow[size_t(slice.begin) * 4]);
-            for (RenditionSlice* cascade : slice.cascades) cascade->resizer->pushRow(slice.fullRow.data());
-        }
-        if (slice.writeEnd <= slice.writeBegin) return;
-        const float cy = spanCoverage(grid.maxY() - 1 - row, y0, y1);
-        const float* in = rgba + (slice.writeBegin - slice.begin) * 4;
-        float* scaled = slice.scaled.data();
-        for (size_t i = 0; i < slice.coverage.size(); ++i) {
-            const float c = cy * slice.coverage[i];
-            for (size_t k = 0; k < 4; ++k) scaled[i * 4 + k] = in[i * 4 + k] * c;
-        }
-        const size_t at = size_t(row) * rowValues + size_t(slice.writeBegin) * size_t(bitmap.channels());
-        convertRow(scaled, int64_t(slice.coverage.size()), bitmap, bitmap.bytes.empty() ? nullptr : &bitmap.bytes[at],
-                   bitmap.floats.empty() ? nullptr : &bitmap.floats[at]);
-    });
+    slice.resizer = std::make_unique<StreamResizer>(
+        x, y, [&slice, &bitmap, grid, y0, y1, rowValues](int64_t row, const float* rgba) {
+            if (!slice.cascades.empty()) {
+                if (slice.fullRow.empty()) slice.fullRow.resize(size_t(grid.width) * 4);
+                std::copy_n(rgba, size_t(slice.end - slice.begin) * 4, &slice.fullRow[size_t(slice.begin) * 4]);
+                for (RenditionSlice* cascade : slice.cascades) cascade->resizer->pushRow(slice.fullRow.data());
+            }
+            if (slice.writeEnd <= slice.writeBegin) return;
+            const float cy = spanCoverage(grid.maxY() - 1 - row, y0, y1);
+            const float* in = rgba + (slice.writeBegin - slice.begin) * 4;
+            float* scaled = slice.scaled.data();
+            for (size_t i = 0; i < slice.coverage.size(); ++i) {
+                const float c = cy * slice.coverage[i];
+                for (size_t k = 0; k < 4; ++k) scaled[i * 4 + k] = in[i * 4 + k] * c;
+            }
+            const size_t at = size_t(row) * rowValues + size_t(slice.writeBegin) * size_t(bitmap.channels());
+            convertRow(scaled, int64_t(slice.coverage.size()), bitmap,
+                       bitmap.bytes.empty() ? nullptr : &bitmap.bytes[at],
+                       bitmap.floats.empty() ? nullptr : &bitmap.floats[at]);
+        });
 }
 
 void finishRenditionSlice(RenditionSlice& slice) {

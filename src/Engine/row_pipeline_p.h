@@ -16,8 +16,8 @@ namespace voimg {
 class RowPipeline {
 public:
     struct Block {
-        std::vector<uint8_t> raw;      // rows as read
-        std::vector<uint8_t> scratch;  // room for finished rows, when finishing needs it
+        std::vector<uint8_t> raw;         // rows as read
+        std::vector<uint8_t> scratch;     // room for finished rows, when finishing needs it
         const uint8_t* pixels = nullptr;  // the finished rows: raw or scratch
         int rows = 0;
         int64_t sequence = 0;

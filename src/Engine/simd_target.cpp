@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "simd_target.h"
 
+#include <cstdlib>
+#include <cstring>
+
 namespace voimg {
 
 bool cpuRunsAvx2() {
@@ -15,5 +18,15 @@ bool cpuRunsAvx2() {
     return false;
 #endif
 }
+
+bool simdDisabledByEnvironment() {
+    static const bool disabled = [] {
+        const char* v = std::getenv("VO_NOSIMD");
+        return v && *v && std::strcmp(v, "0") != 0;
+    }();
+    return disabled;
+}
+
+bool simdEnabled() { return cpuRunsAvx2() && !simdDisabledByEnvironment(); }
 
 }  // namespace voimg

@@ -12,4 +12,10 @@ namespace voimg {
 
 [[nodiscard]] bool cpuRunsAvx2();
 
+// True when SIMD kernels are to run: the processor runs AVX2 and VO_NOSIMD is not set (to anything but
+// "0") in the environment, which makes every kernel take its scalar reference instead.
+[[nodiscard]] bool simdEnabled();
+// Only the environment's part of that, for kernels whose SIMD builds cover other targets too.
+[[nodiscard]] bool simdDisabledByEnvironment();
+
 }  // namespace voimg

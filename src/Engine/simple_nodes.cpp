@@ -105,8 +105,10 @@ void BitmapNode::render(const TileView& out) const {
     const PixelRect r = intersect(out.rect, {0, 0, pixels_.width, pixels_.height});
     if (!(r == out.rect)) out.clear();
     if (r.isEmpty()) return;
-    if (pixels_.sixteenBit) convertRows<uint16_t>(pixels_, r, out, srgbToLinear16Table(), 1.0f / 65535.0f);
-    else convertRows<uint8_t>(pixels_, r, out, srgbToLinear8Table(), 1.0f / 255.0f);
+    if (pixels_.sixteenBit)
+        convertRows<uint16_t>(pixels_, r, out, srgbToLinear16Table(), 1.0f / 65535.0f);
+    else
+        convertRows<uint8_t>(pixels_, r, out, srgbToLinear8Table(), 1.0f / 255.0f);
 }
 
 FileNode::FileNode(std::string path, const ImageInfo& info)
@@ -140,8 +142,10 @@ std::vector<int> FileNode::decodedReductions() const {
 
 void FileNode::render(const TileView& out) const {
     const auto level = levelForReduction(1);
-    if (level) level->render(out);
-    else out.clear();
+    if (level)
+        level->render(out);
+    else
+        out.clear();
 }
 
 }  // namespace voimg

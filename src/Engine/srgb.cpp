@@ -32,17 +32,28 @@ const float* srgbToLinear16Table() {
 namespace {
 // Linear light quantised to 16 bits is fine enough that every 8-bit code is reachable and each entry
 // rounds to the code nearest the exact encoding (the darkest code step is 20 table steps wide).
-constexpr int kEncodeSteps = 65535;
+constexpr int kEncodeSteps = kLinearToSrgb8Steps;
 
+// Filled from the 255 linear values where the nearest code changes (halfway between codes in encoded
+// terms), rather than by encoding every entry: the same table for 255 evaluations of the transfer function
+// instead of 65536, which every thumbnail would otherwise pay for at start.
 const std::vector<uint8_t>& encodeTable() {
     static const std::vector<uint8_t> table = [] {
         std::vector<uint8_t> t(kEncodeSteps + 1);
-        for (int i = 0; i <= kEncodeSteps; ++i) t[i] = uint8_t(std::lround(srgbEncode(double(i) / kEncodeSteps) * 255.0));
+        int code = 0;
+        double nextThreshold = srgbDecode(0.5 / 255.0);
+        for (int i = 0; i <= kEncodeSteps; ++i) {
+            while (code < 255 && double(i) / kEncodeSteps >= nextThreshold)
+                nextThreshold = ++code < 255 ? srgbDecode((code + 0.5) / 255.0) : 2.0;
+            t[size_t(i)] = uint8_t(code);
+        }
         return t;
     }();
     return table;
 }
 }  // namespace
+
+const uint8_t* linearToSrgb8Table() { return encodeTable().data(); }
 
 uint8_t linearToSrgb8(float linear) {
     static const uint8_t* table = encodeTable().data();

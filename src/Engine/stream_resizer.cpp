@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "stream_resizer_kernels_p.h"
+
 namespace voimg {
 namespace {
 
@@ -100,22 +102,7 @@ void StreamResizer::takeBoxedRow(const float* rgba) {
 }
 
 void StreamResizer::filterHorizontally(const float* boxed, float* out) const {
-    for (int64_t o = 0; o < outWidth_; ++o) {
-        const float* w = &xTaps_.weights[size_t(o) * size_t(xTaps_.stride)];
-        const float* s = boxed + xTaps_.first[size_t(o)] * 4;
-        const int count = xTaps_.count[size_t(o)];
-        // Four independent sums, so that consecutive taps do not wait for each other's additions.
-        Pixel s0 = {0, 0, 0, 0}, s1 = s0, s2 = s0, s3 = s0;
-        int k = 0;
-        for (; k + 4 <= count; k += 4) {
-            s0 += load(s + k * 4) * w[k];
-            s1 += load(s + k * 4 + 4) * w[k + 1];
-            s2 += load(s + k * 4 + 8) * w[k + 2];
-            s3 += load(s + k * 4 + 12) * w[k + 3];
-        }
-        for (; k < count; ++k) s0 += load(s + k * 4) * w[k];
-        store(out + o * 4, (s0 + s1) + (s2 + s3));
-    }
+    filterRow(xTaps_.weights.data(), xTaps_.stride, xTaps_.first.data(), xTaps_.count.data(), boxed, out, outWidth_);
 }
 
 void StreamResizer::emitReadyRows() {
@@ -127,14 +114,17 @@ void StreamResizer::emitReadyRows() {
 }
 
 void StreamResizer::emitRow(int64_t o) {
-    float* dst = outRow_.data();
-    std::fill_n(dst, outRow_.size(), 0.0f);
-    const float* w = &yTaps_.weights[size_t(o) * size_t(yTaps_.stride)];
-    for (int k = 0; k < yTaps_.count[size_t(o)]; ++k) {
-        const int64_t source = yTaps_.first[size_t(o)] + k;
-        const float* src = &ring_[size_t(source % ringRows_) * size_t(outWidth_) * 4];
-        const float wk = w[k];
-        for (int64_t i = 0; i < outWidth_ * 4; i += 4) store(dst + i, load(dst + i) + load(src + i) * wk);
+    const int count = yTaps_.count[size_t(o)];
+    if (count == 0) {
+        std::fill_n(outRow_.data(), outRow_.size(), 0.0f);
+    } else {
+        rowPointers_.resize(size_t(count));
+        for (int k = 0; k < count; ++k) {
+            const int64_t source = yTaps_.first[size_t(o)] + k;
+            rowPointers_[size_t(k)] = &ring_[size_t(source % ringRows_) * size_t(outWidth_) * 4];
+        }
+        sumRows(rowPointers_.data(), &yTaps_.weights[size_t(o) * size_t(yTaps_.stride)], count, outRow_.data(),
+                outWidth_ * 4);
     }
     emit_(o, outRow_.data());
 }

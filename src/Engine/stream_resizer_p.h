@@ -63,7 +63,7 @@ private:
 
     std::vector<float> boxAccumulator_;  // sum of the source rows of the current box row
     int rowsInBox_ = 0;
-    std::vector<float> boxedRow_;        // one row of box averages
+    std::vector<float> boxedRow_;  // one row of box averages
 
     std::vector<float> ring_;  // filtered rows, ringRows_ of them, indexed by boxed row modulo ringRows_
     int64_t ringRows_ = 0;
@@ -71,6 +71,7 @@ private:
     int64_t nextOut_ = 0;
     int64_t sourceRows_ = 0;
     std::vector<float> outRow_;
+    std::vector<const float*> rowPointers_;
 };
 
 }  // namespace voimg

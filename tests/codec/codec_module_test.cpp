@@ -33,7 +33,9 @@ std::vector<ModuleFormat> moduleFormats() {
         {"TIFF", ascii("II*\0\x08\0\0\0\0\0\0\0\0\0\0\0", 16)},
         {"WebP", ascii("RIFF\x24\0\0\0WEBPVP8 \x18\0\0\0\0\0\0\0\0\0\0\0", 28)},
         {"GIF", ascii("GIF89a\x04\0\x03\0\0\0\0;", 14)},
-        {"HEIF", ascii("\0\0\0\x18" "ftypheic\0\0\0\0mif1heic", 24)},
+        {"HEIF", ascii("\0\0\0\x18"
+                       "ftypheic\0\0\0\0mif1heic",
+                       24)},
     };
 }
 

@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cstring>
 
 using namespace votest;
 

@@ -410,9 +410,9 @@ TEST(JpegScanSelect, LargeReductionsKeepLittleAndStillMatch) {
 
 TEST(JpegScanSelect, DcScansAreAlwaysKept) {
     // DC split per component with its own refinement, spectral selection only for the AC bands.
-    const std::vector<ScanSpec> script = {
-        {{0}, 0, 0, 0, 1}, {{1}, 0, 0, 0, 1}, {{2}, 0, 0, 0, 1}, {{0}, 1, 5, 0, 0},  {{1}, 1, 63, 0, 0},
-        {{2}, 1, 63, 0, 0}, {{0}, 6, 63, 0, 0}, {{0, 1, 2}, 0, 0, 1, 0}};
+    const std::vector<ScanSpec> script = {{{0}, 0, 0, 0, 1},  {{1}, 0, 0, 0, 1},      {{2}, 0, 0, 0, 1},
+                                          {{0}, 1, 5, 0, 0},  {{1}, 1, 63, 0, 0},     {{2}, 1, 63, 0, 0},
+                                          {{0}, 6, 63, 0, 0}, {{0, 1, 2}, 0, 0, 1, 0}};
     const Bytes jpeg = encodeProgressive(photo(), 90, script, 0, 1);
     for (const double reduction : {1000.0, 1e12}) {
         const auto selection = selectProgressiveScans(jpeg.data(), jpeg.size(), reduction);
@@ -430,9 +430,9 @@ TEST(JpegScanSelect, DcScansAreAlwaysKept) {
 }
 
 TEST(JpegScanSelect, SpectralSelectionDropsOnlyHighBands) {
-    const std::vector<ScanSpec> script = {
-        {{0, 1, 2}, 0, 0, 0, 0}, {{0}, 1, 2, 0, 0},  {{0}, 3, 8, 0, 0},  {{1}, 1, 5, 0, 0},
-        {{2}, 1, 5, 0, 0},       {{0}, 9, 63, 0, 0}, {{1}, 6, 63, 0, 0}, {{2}, 6, 63, 0, 0}};
+    const std::vector<ScanSpec> script = {{{0, 1, 2}, 0, 0, 0, 0}, {{0}, 1, 2, 0, 0}, {{0}, 3, 8, 0, 0},
+                                          {{1}, 1, 5, 0, 0},       {{2}, 1, 5, 0, 0}, {{0}, 9, 63, 0, 0},
+                                          {{1}, 6, 63, 0, 0},      {{2}, 6, 63, 0, 0}};
     const Bytes jpeg = encodeProgressive(photo(), 92, script);
     const auto selection = selectProgressiveScans(jpeg.data(), jpeg.size(), 800.0 / 80);
     ASSERT_FALSE(selection.stream.empty());
@@ -443,10 +443,10 @@ TEST(JpegScanSelect, SpectralSelectionDropsOnlyHighBands) {
 TEST(JpegScanSelect, RefinementKeepsTheHistoryOfItsBand) {
     // The luma refinement to Al = 1 spans bands first sent in three scans: keeping it keeps all three,
     // however little of 10..63 the thumbnail needs.
-    const std::vector<ScanSpec> script = {
-        {{0, 1, 2}, 0, 0, 0, 1}, {{0}, 1, 2, 0, 2},  {{1}, 1, 63, 0, 1},    {{2}, 1, 63, 0, 1},
-        {{0}, 3, 9, 0, 2},       {{0}, 10, 63, 0, 2}, {{0}, 1, 63, 2, 1},   {{0, 1, 2}, 0, 0, 1, 0},
-        {{1}, 1, 63, 1, 0},      {{2}, 1, 63, 1, 0},  {{0}, 1, 9, 1, 0},    {{0}, 10, 63, 1, 0}};
+    const std::vector<ScanSpec> script = {{{0, 1, 2}, 0, 0, 0, 1}, {{0}, 1, 2, 0, 2},       {{1}, 1, 63, 0, 1},
+                                          {{2}, 1, 63, 0, 1},      {{0}, 3, 9, 0, 2},       {{0}, 10, 63, 0, 2},
+                                          {{0}, 1, 63, 2, 1},      {{0, 1, 2}, 0, 0, 1, 0}, {{1}, 1, 63, 1, 0},
+                                          {{2}, 1, 63, 1, 0},      {{0}, 1, 9, 1, 0},       {{0}, 10, 63, 1, 0}};
     const Bytes jpeg = encodeProgressive(photo(), 90, script);
     const auto selection = selectProgressiveScans(jpeg.data(), jpeg.size(), 800.0 / 120);
     ASSERT_FALSE(selection.stream.empty());
@@ -499,7 +499,8 @@ TEST(JpegScanSelect, TablesBetweenScansAreKept) {
 TEST(JpegScanSelect, RestartMarkersInsideScans) {
     const Bytes jpeg = encodeProgressive(photo(), 92, {}, 1);
     size_t restarts = 0;
-    for (size_t i = 0; i + 1 < jpeg.size(); ++i) restarts += jpeg[i] == 0xFF && jpeg[i + 1] >= 0xD0 && jpeg[i + 1] <= 0xD7;
+    for (size_t i = 0; i + 1 < jpeg.size(); ++i)
+        restarts += jpeg[i] == 0xFF && jpeg[i + 1] >= 0xD0 && jpeg[i + 1] <= 0xD7;
     ASSERT_GT(restarts, 100u);
     const auto selection = selectProgressiveScans(jpeg.data(), jpeg.size(), 800.0 / 120);
     EXPECT_EQ(selection.totalScans, 10);
@@ -516,7 +517,8 @@ TEST(JpegScanSelect, StuffedBytesRestartsAndFillDoNotEndAScan) {
     const Bytes frame = {0xFF, 0xC2, 0x00, 0x0B, 0x08, 0x00, 0x10, 0x00, 0x10, 0x01, 0x01, 0x11, 0x00};
     file.insert(file.end(), frame.begin(), frame.end());
     const auto addScan = [&](int ss, int se, int ah, int al, const Bytes& data) {
-        const Bytes header = {0xFF, 0xDA, 0x00, 0x08, 0x01, 0x01, 0x00, uint8_t(ss), uint8_t(se), uint8_t(ah << 4 | al)};
+        const Bytes header = {0xFF, 0xDA, 0x00,        0x08,        0x01,
+                              0x01, 0x00, uint8_t(ss), uint8_t(se), uint8_t(ah << 4 | al)};
         file.insert(file.end(), header.begin(), header.end());
         file.insert(file.end(), data.begin(), data.end());
     };

@@ -25,7 +25,11 @@ std::vector<uint8_t> filterRow(uint8_t filter, const std::vector<uint8_t>& row, 
     std::vector<uint8_t> out(row.size());
     for (size_t i = 0; i < row.size(); ++i) {
         const int a = i >= size_t(bpp) ? row[i - bpp] : 0, b = above[i], c = i >= size_t(bpp) ? above[i - bpp] : 0;
-        const int predicted = filter == 0 ? 0 : filter == 1 ? a : filter == 2 ? b : filter == 3 ? (a + b) / 2 : paeth(a, b, c);
+        const int predicted = filter == 0   ? 0
+                              : filter == 1 ? a
+                              : filter == 2 ? b
+                              : filter == 3 ? (a + b) / 2
+                                            : paeth(a, b, c);
         out[i] = uint8_t(row[i] - predicted);
     }
     return out;

@@ -184,8 +184,7 @@ void expectGoodRowsThenGrey(const voimg::DecodedImage& image, const Picture& ref
     for (int y = 0; y < rows; ++y)
         for (int x = 0; x < image.width; ++x)
             for (int c = 0; c < 3; ++c)
-                ASSERT_EQ(image.pixels[(size_t(y) * image.width + x) * 4 + c], reference.at(x, y)[c])
-                    << "row " << y;
+                ASSERT_EQ(image.pixels[(size_t(y) * image.width + x) * 4 + c], reference.at(x, y)[c]) << "row " << y;
     const uint8_t* last = &image.pixels[(size_t(image.height - 1) * image.width) * 4];
     EXPECT_EQ(last[0], 128);
     EXPECT_EQ(last[1], 128);

@@ -42,9 +42,9 @@ std::vector<uint8_t> rgbTiff(const Pixels& rgb) {
     constexpr size_t kIfd = 8, kEntries = 9, kBits = kIfd + 2 + kEntries * 12 + 4, kData = kBits + 6;
     const uint32_t w = uint32_t(rgb.width), h = uint32_t(rgb.height), bytes = w * h * 3;
     const Entry entries[kEntries] = {
-        {256, 3, 1, w},     {257, 3, 1, h},          {258, 3, 3, uint32_t(kBits)}, {259, 3, 1, 1},
-        {262, 3, 1, 2},     {273, 4, 1, uint32_t(kData)}, {277, 3, 1, 3},          {278, 3, 1, h},
-        {279, 4, 1, bytes},
+        {256, 3, 1, w}, {257, 3, 1, h}, {258, 3, 3, uint32_t(kBits)},
+        {259, 3, 1, 1}, {262, 3, 1, 2}, {273, 4, 1, uint32_t(kData)},
+        {277, 3, 1, 3}, {278, 3, 1, h}, {279, 4, 1, bytes},
     };
     std::vector<uint8_t> out(kData);
     out[0] = out[1] = 'I';
@@ -64,8 +64,8 @@ std::vector<uint8_t> rgbTiff(const Pixels& rgb) {
 }
 
 // The formats whose libraries vothumb must not load before it meets such a file.
-constexpr const char* kModuleLibraries[] = {"libtiff", "libwebp", "libgif", "libheif",
-                                            "libx265", "libde265", "libaom",  "libdav1d"};
+constexpr const char* kModuleLibraries[] = {"libtiff", "libwebp",  "libgif", "libheif",
+                                            "libx265", "libde265", "libaom", "libdav1d"};
 
 TEST(VothumbCodecModules, StartsWithoutTheModuleFormatLibraries) {
     // The dynamic loader lists every shared object the program needs and exits without running it.

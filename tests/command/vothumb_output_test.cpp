@@ -75,8 +75,8 @@ protected:
     // as the thumbnail) is: that is the JPEG noise alone. The region starts on a block boundary so its
     // blocks hold the same pixels as in the whole picture. Pixels within 2 of a cut edge are left out:
     // chroma upsampling reads across it.
-    static Closeness compareWithReference(const std::string& output, float stripHeight, int x0, int y0,
-                                                       int width, int height) {
+    static Closeness compareWithReference(const std::string& output, float stripHeight, int x0, int y0, int width,
+                                          int height) {
         const CIImage input = imageOf(readJpeg(dir_->file("photo.jpg")));
         const CGRect strip{0, 0, 8192, stripHeight};
         const NSAffineTransform fit = VoCoreUtils::transformForScaleImageInRectFill(input, strip, false);

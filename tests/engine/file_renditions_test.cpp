@@ -76,13 +76,14 @@ TEST(FileRenditions, TwoSizesFromOneDecodeMatchRenderingEachAlone) {
 
 TEST(FileRenditions, TheFileIsNotDecodedWholeOrCached) {
     vo::test::TempDir dir;
-    const std::string path = writeFile(dir, "p.png", votest::encodePng(400, 300, std::vector<uint16_t>(400 * 300 * 3, 77), {}));
+    const std::string path =
+        writeFile(dir, "p.png", votest::encodePng(400, 300, std::vector<uint16_t>(400 * 300 * 3, 77), {}));
     const Image file = Image::withContentsOfFile(path);
     const Image a = file.transformed(AffineTransform::scale(0.5f, 0.5f));
     const Image b = file.transformed(AffineTransform::scale(0.1f, 0.1f));
     RenderContext context;
-    const std::vector<Bitmap> made = context.createBitmaps(
-        {{a, a.extent(), BitmapFormat::Rgba8}, {b, b.extent(), BitmapFormat::Rgba8}});
+    const std::vector<Bitmap> made =
+        context.createBitmaps({{a, a.extent(), BitmapFormat::Rgba8}, {b, b.extent(), BitmapFormat::Rgba8}});
     const auto* node = dynamic_cast<const FileNode*>(file.node().get());
     ASSERT_NE(node, nullptr);
     EXPECT_TRUE(node->decodedReductions().empty());
@@ -131,7 +132,8 @@ TEST(FileRenditions, AFileWithoutImageDataRendersAsAFailedFileDoes) {
 
 TEST(FileRenditions, OtherRequestsRenderAsCreateBitmapDoes) {
     vo::test::TempDir dir;
-    const std::string path = writeFile(dir, "a.png", votest::encodePng(64, 64, std::vector<uint16_t>(64 * 64 * 3, 200), {}));
+    const std::string path =
+        writeFile(dir, "a.png", votest::encodePng(64, 64, std::vector<uint16_t>(64 * 64 * 3, 200), {}));
     const Image colour = Image::withColor({0.2f, 0.4f, 0.6f, 1}).croppedTo({0, 0, 10, 10});
     const Image enlarged = Image::withContentsOfFile(path).transformed(AffineTransform::scale(2, 2));
     const Image rotated = Image::withContentsOfFile(path).transformed(AffineTransform::rotationDegrees(17));

@@ -114,9 +114,8 @@ TEST(Transform, SuccessiveTransformsFoldIntoOneResampleKeepingStepwiseExtents) {
 }
 
 TEST(Transform, IntegerTranslationKeepsPixelsExact) {
-    const Image a = test::makeImage(5, 5, [](int x, int y, uint8_t* p) {
-        p[0] = uint8_t(x * 50), p[1] = uint8_t(y * 50), p[2] = 0, p[3] = 255;
-    });
+    const Image a = test::makeImage(
+        5, 5, [](int x, int y, uint8_t* p) { p[0] = uint8_t(x * 50), p[1] = uint8_t(y * 50), p[2] = 0, p[3] = 255; });
     const Image moved = a.transformed(AffineTransform::translation(-7, 3));
     EXPECT_EQ(moved.extent(), (Rect{-7, 3, 5, 5}));
     RenderContext context;
@@ -129,7 +128,8 @@ TEST(Transform, IntegerTranslationKeepsPixelsExact) {
 }
 
 TEST(Transform, VerticalFlipReversesRows) {
-    const Image a = test::makeImage(3, 4, [](int, int y, uint8_t* p) { p[0] = uint8_t(y * 60), p[1] = p[2] = 0, p[3] = 255; });
+    const Image a =
+        test::makeImage(3, 4, [](int, int y, uint8_t* p) { p[0] = uint8_t(y * 60), p[1] = p[2] = 0, p[3] = 255; });
     const Image flipped = a.transformed(AffineTransform::scale(1, -1));
     EXPECT_EQ(flipped.extent(), (Rect{0, -4, 3, 4}));
     RenderContext context;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Engine/srgb.h"
+#include "Engine/stream_resizer_kernels_p.h"
 #include "Engine/stream_resizer_p.h"
 #include "engine_test_util.h"
 
@@ -35,8 +36,8 @@ Source texturedSource(int width, int height) {
 
 // Shrinks `source` uniformly by `scale` into a (ceil) grid, as the engine maps an image scaled about the
 // origin: returns premultiplied linear floats, top row first.
-std::vector<float> streamShrink(const Source& source, double scale, int64_t outW, int64_t outH,
-                                int* box = nullptr, std::vector<int64_t>* emittedAfter = nullptr) {
+std::vector<float> streamShrink(const Source& source, double scale, int64_t outW, int64_t outH, int* box = nullptr,
+                                std::vector<int64_t>* emittedAfter = nullptr) {
     std::vector<float> out(size_t(outW * outH) * 4, -1.0f);
     const ResizeAxis x{1 / scale, 0, outW, source.width};
     // Top-down rows: source row j is engine row height-1-j.
@@ -63,7 +64,8 @@ std::vector<float> streamShrink(const Source& source, double scale, int64_t outW
 std::vector<float> engineShrink(const Source& source, double scale) {
     DecodedImage d;
     d.width = source.width, d.height = source.height, d.pixels = source.rgba;
-    const Image scaled = Image::withDecodedImage(std::move(d)).transformed(AffineTransform::scale(float(scale), float(scale)));
+    const Image scaled =
+        Image::withDecodedImage(std::move(d)).transformed(AffineTransform::scale(float(scale), float(scale)));
     RenderContext context;
     return context.createBitmap(scaled, scaled.extent(), BitmapFormat::RgbaFloatLinear).floats;
 }
@@ -119,13 +121,52 @@ TEST(StreamResizer, APictureEndingEarlyLeavesItsMissingRowsTransparent) {
     const Source source = texturedSource(100, 100);
     std::vector<float> out(size_t(50 * 50) * 4, -1.0f);
     const ResizeAxis x{2, 0, 50, 100}, y{2, 0, 50, 100};
-    StreamResizer resizer(x, y, [&](int64_t row, const float* rgba) { std::copy_n(rgba, 200, &out[size_t(row) * 200]); });
+    StreamResizer resizer(x, y,
+                          [&](int64_t row, const float* rgba) { std::copy_n(rgba, 200, &out[size_t(row) * 200]); });
     std::vector<float> opaque(400, 1.0f);
     for (int j = 0; j < 40; ++j) resizer.pushRow(opaque.data());
     resizer.finish();
     EXPECT_NEAR(out[size_t(5 * 50 + 10) * 4 + 3], 1.0f, 1e-5);
     EXPECT_EQ(out[size_t(49 * 50 + 10) * 4 + 3], 0.0f);
     for (float v : out) ASSERT_GE(v, -1e-3f);  // every row was emitted
+}
+
+TEST(StreamResizerKernels, SimdBuildsEqualTheScalarReference) {
+    std::mt19937 random(5);
+    std::uniform_real_distribution<float> value(0.0f, 1.0f), weight(-0.2f, 1.0f);
+    for (int round = 0; round < 50; ++round) {
+        const int inWidth = 40 + int(random() % 200), outWidth = 1 + int(random() % 60),
+                  stride = 1 + int(random() % 23);
+        std::vector<float> in(size_t(inWidth) * 4), weights(size_t(outWidth) * stride);
+        for (float& v : in) v = value(random);
+        for (float& w : weights) w = weight(random);
+        std::vector<int64_t> first(static_cast<size_t>(outWidth));
+        std::vector<int> count(static_cast<size_t>(outWidth));
+        for (int o = 0; o < outWidth; ++o) {
+            count[size_t(o)] = int(random() % (stride + 1));
+            first[size_t(o)] = int64_t(random() % size_t(inWidth - stride));
+        }
+        std::vector<float> simd(size_t(outWidth) * 4), scalar(simd.size());
+        filterRow(weights.data(), stride, first.data(), count.data(), in.data(), simd.data(), outWidth);
+        filterRowScalar(weights.data(), stride, first.data(), count.data(), in.data(), scalar.data(), outWidth);
+        for (size_t i = 0; i < simd.size(); ++i) ASSERT_NEAR(simd[i], scalar[i], 1e-5f) << "round " << round;
+
+        const int rowCount = 1 + int(random() % 13);
+        const int64_t values = 4 * (1 + int64_t(random() % 300));
+        std::vector<std::vector<float>> rows(static_cast<size_t>(rowCount),
+                                             std::vector<float>(static_cast<size_t>(values)));
+        std::vector<const float*> pointers;
+        for (auto& row : rows) {
+            for (float& v : row) v = value(random);
+            pointers.push_back(row.data());
+        }
+        std::vector<float> rowWeights(static_cast<size_t>(rowCount));
+        for (float& w : rowWeights) w = weight(random);
+        std::vector<float> sumSimd(static_cast<size_t>(values)), sumScalar(static_cast<size_t>(values));
+        sumRows(pointers.data(), rowWeights.data(), rowCount, sumSimd.data(), values);
+        sumRowsScalar(pointers.data(), rowWeights.data(), rowCount, sumScalar.data(), values);
+        for (size_t i = 0; i < sumSimd.size(); ++i) ASSERT_NEAR(sumSimd[i], sumScalar[i], 1e-5f) << "round " << round;
+    }
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "VoCompositionStage.h"
 
-#include <cstdlib>
-#include <cstring>
+#include "Engine/simd_target.h"
 
 namespace vo {
 
@@ -14,11 +13,7 @@ void factorCompositeScalar(const float* fg, const float* bg, float factor, float
 }
 
 void factorComposite(const float* fg, const float* bg, float factor, float* out, size_t pixels) {
-    static const bool scalarOnly = [] {
-        const char* v = std::getenv("VO_NOSIMD");
-        return v && *v && std::strcmp(v, "0") != 0;
-    }();
-    if (scalarOnly) return factorCompositeScalar(fg, bg, factor, out, pixels);
+    if (voimg::simdDisabledByEnvironment()) return factorCompositeScalar(fg, bg, factor, out, pixels);
     factorCompositeSimd(fg, bg, factor, out, pixels);
 }
 

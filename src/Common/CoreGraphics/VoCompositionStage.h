@@ -10,10 +10,8 @@
 
 namespace vo {
 
-void factorCompositeScalar(const float* foreground, const float* background, float factor, float* out,
-                           size_t pixels);
-void factorCompositeSimd(const float* foreground, const float* background, float factor, float* out,
-                         size_t pixels);
+void factorCompositeScalar(const float* foreground, const float* background, float factor, float* out, size_t pixels);
+void factorCompositeSimd(const float* foreground, const float* background, float factor, float* out, size_t pixels);
 // The SIMD version unless VO_NOSIMD is set.
 void factorComposite(const float* foreground, const float* background, float factor, float* out, size_t pixels);
 

@@ -14,8 +14,8 @@ namespace vo {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-void FactorComposite(const float* HWY_RESTRICT fg, const float* HWY_RESTRICT bg, float factor,
-                     float* HWY_RESTRICT out, size_t pixels) {
+void FactorComposite(const float* HWY_RESTRICT fg, const float* HWY_RESTRICT bg, float factor, float* HWY_RESTRICT out,
+                     size_t pixels) {
     const hn::ScalableTag<float> d;
     const size_t lanes = hn::Lanes(d);
     const auto f = hn::Set(d, factor);

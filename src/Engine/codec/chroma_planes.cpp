@@ -6,27 +6,32 @@
 namespace voimg::detail {
 namespace {
 
-uint8_t toByte(float v) { return uint8_t(std::clamp(std::lround(v), 0L, 255L)); }
+// Nearest byte; plain truncation after the clamp is rounding for non-negative values, and much cheaper
+// than the library's rounding functions.
+inline uint8_t toByte(float v) { return uint8_t(std::clamp(v, 0.0f, 255.0f) + 0.5f); }
 
 float cbOf(const uint8_t* p) { return -0.168736f * p[0] - 0.331264f * p[1] + 0.5f * p[2] + 128.0f; }
 float crOf(const uint8_t* p) { return 0.5f * p[0] - 0.418688f * p[1] - 0.081312f * p[2] + 128.0f; }
 
-// Sharpens a half-resolution plane in place along both axes with [-a, 1 + 2a, -a], edges repeated.
+// Sharpens a half-resolution plane in place along both axes with [-a, 1 + 2a, -a], edges repeated. The
+// vertical pass combines whole rows, so both passes run along rows.
 void sharpen(std::vector<float>& plane, int width, int height, float a) {
-    std::vector<float> line(size_t(std::max(width, height)));
+    const float centre = 1 + 2 * a;
+    std::vector<float> line(static_cast<size_t>(width));
     for (int y = 0; y < height; ++y) {
         float* row = &plane[size_t(y) * size_t(width)];
         std::copy_n(row, width, line.data());
         for (int x = 0; x < width; ++x)
-            row[x] = (1 + 2 * a) * line[size_t(x)] - a * line[size_t(std::max(x - 1, 0))] -
+            row[x] = centre * line[size_t(x)] - a * line[size_t(std::max(x - 1, 0))] -
                      a * line[size_t(std::min(x + 1, width - 1))];
     }
-    for (int x = 0; x < width; ++x) {
-        for (int y = 0; y < height; ++y) line[size_t(y)] = plane[size_t(y) * size_t(width) + size_t(x)];
-        for (int y = 0; y < height; ++y)
-            plane[size_t(y) * size_t(width) + size_t(x)] = (1 + 2 * a) * line[size_t(y)] -
-                                                            a * line[size_t(std::max(y - 1, 0))] -
-                                                            a * line[size_t(std::min(y + 1, height - 1))];
+    std::vector<float> above(plane.begin(), plane.begin() + width), current(static_cast<size_t>(width));
+    for (int y = 0; y < height; ++y) {
+        float* row = &plane[size_t(y) * size_t(width)];
+        const float* below = &plane[size_t(std::min(y + 1, height - 1)) * size_t(width)];
+        std::copy_n(row, width, current.data());
+        for (int x = 0; x < width; ++x) row[x] = centre * current[size_t(x)] - a * above[size_t(x)] - a * below[x];
+        above.swap(current);
     }
 }
 

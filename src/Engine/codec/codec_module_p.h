@@ -25,8 +25,8 @@ struct CodecModule {
     uint32_t typeSizes = kCodecModuleTypeSizes;
     FileFormat format = FileFormat::Unknown;
     // Decodes a complete file held in memory; same contract as the per-format decoders in codec_p.h.
-    DecodeResult (*decode)(const uint8_t* data, size_t size, const DecodeOptions& options, std::string* error) =
-        nullptr;
+    DecodeResult (*decode)(const uint8_t* data, size_t size, const DecodeOptions& options,
+                           std::string* error) = nullptr;
     // Header-only size probe, or nullptr when the engine parses the format's header itself.
     bool (*probe)(ByteSource& source, ImageInfo& info) = nullptr;
 };
@@ -53,11 +53,10 @@ DecodeResult decodeWithModule(FileFormat format, const uint8_t* data, size_t siz
 
 // Module side: defines the entry function of a module built around `decodeFunction` (and `probeFunction`,
 // or nullptr). Used once, in the module's main decoder source.
-#define VO_CODEC_MODULE(formatValue, decodeFunction, probeFunction)                                         \
-    extern "C" __attribute__((visibility("default"))) const ::voimg::detail::CodecModule* vo_codec_module() { \
-        static constexpr ::voimg::detail::CodecModule kModule{::voimg::detail::kCodecModuleAbi,             \
-                                                              ::voimg::detail::kCodecModuleTypeSizes,       \
-                                                              (formatValue), (decodeFunction),              \
-                                                              (probeFunction)};                             \
-        return &kModule;                                                                                  \
+#define VO_CODEC_MODULE(formatValue, decodeFunction, probeFunction)                                                  \
+    extern "C" __attribute__((visibility("default"))) const ::voimg::detail::CodecModule* vo_codec_module() {        \
+        static constexpr ::voimg::detail::CodecModule kModule{::voimg::detail::kCodecModuleAbi,                      \
+                                                              ::voimg::detail::kCodecModuleTypeSizes, (formatValue), \
+                                                              (decodeFunction), (probeFunction)};                    \
+        return &kModule;                                                                                             \
     }

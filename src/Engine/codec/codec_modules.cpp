@@ -26,11 +26,16 @@ constexpr int kModuleCount = 4;
 
 ModuleInfo moduleInfo(FileFormat format) {
     switch (format) {
-    case FileFormat::Tiff: return {0, "TIFF", "vo_codec_tiff.so"};
-    case FileFormat::WebP: return {1, "WebP", "vo_codec_webp.so"};
-    case FileFormat::Gif: return {2, "GIF", "vo_codec_gif.so"};
-    case FileFormat::Heif: return {3, "HEIF", "vo_codec_heif.so"};
-    default: return {-1, nullptr, nullptr};
+        case FileFormat::Tiff:
+            return {0, "TIFF", "vo_codec_tiff.so"};
+        case FileFormat::WebP:
+            return {1, "WebP", "vo_codec_webp.so"};
+        case FileFormat::Gif:
+            return {2, "GIF", "vo_codec_gif.so"};
+        case FileFormat::Heif:
+            return {3, "HEIF", "vo_codec_heif.so"};
+        default:
+            return {-1, nullptr, nullptr};
     }
 }
 

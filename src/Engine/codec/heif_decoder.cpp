@@ -146,7 +146,7 @@ DecodeResult decodeHeif(const uint8_t* data, size_t size, const DecodeOptions& o
         return std::nullopt;
 
     const bool sixteen = heif_image_handle_get_luma_bits_per_pixel(handle.handle) > 8;
-    const heif_chroma chroma = !sixteen ? heif_chroma_interleaved_RGBA
+    const heif_chroma chroma = !sixteen               ? heif_chroma_interleaved_RGBA
                                : hostIsLittleEndian() ? heif_chroma_interleaved_RRGGBBAA_LE
                                                       : heif_chroma_interleaved_RRGGBBAA_BE;
     Image decoded;

@@ -69,10 +69,14 @@ bool isSrgbEquivalent(cmsHPROFILE profile, cmsHPROFILE srgb) {
 
 bool spaceMatchesFormat(cmsHPROFILE profile, uint32_t format) {
     switch (T_COLORSPACE(format)) {
-    case PT_RGB: return cmsGetColorSpace(profile) == cmsSigRgbData;
-    case PT_GRAY: return cmsGetColorSpace(profile) == cmsSigGrayData;
-    case PT_CMYK: return cmsGetColorSpace(profile) == cmsSigCmykData;
-    default: return false;
+        case PT_RGB:
+            return cmsGetColorSpace(profile) == cmsSigRgbData;
+        case PT_GRAY:
+            return cmsGetColorSpace(profile) == cmsSigGrayData;
+        case PT_CMYK:
+            return cmsGetColorSpace(profile) == cmsSigCmykData;
+        default:
+            return false;
     }
 }
 

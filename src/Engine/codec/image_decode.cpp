@@ -18,14 +18,30 @@ std::optional<DecodedImage> decodeImageMemory(const uint8_t* data, size_t size, 
     // Library code may throw (libheif is C++; allocations anywhere); nothing escapes as an exception.
     try {
         switch (sniffFormat(data, size)) {
-        case FileFormat::Jpeg: result = decodeJpeg(data, size, checked, error); break;
-        case FileFormat::Png: result = decodePng(data, size, checked, error); break;
-        case FileFormat::Tiff: result = decodeWithModule(FileFormat::Tiff, data, size, checked, error); break;
-        case FileFormat::WebP: result = decodeWithModule(FileFormat::WebP, data, size, checked, error); break;
-        case FileFormat::Gif: result = decodeWithModule(FileFormat::Gif, data, size, checked, error); break;
-        case FileFormat::Heif: result = decodeWithModule(FileFormat::Heif, data, size, checked, error); break;
-        case FileFormat::Bmp: result = decodeBmp(data, size, checked, error); break;
-        case FileFormat::Unknown: setError(error, "unrecognised image format"); break;
+            case FileFormat::Jpeg:
+                result = decodeJpeg(data, size, checked, error);
+                break;
+            case FileFormat::Png:
+                result = decodePng(data, size, checked, error);
+                break;
+            case FileFormat::Tiff:
+                result = decodeWithModule(FileFormat::Tiff, data, size, checked, error);
+                break;
+            case FileFormat::WebP:
+                result = decodeWithModule(FileFormat::WebP, data, size, checked, error);
+                break;
+            case FileFormat::Gif:
+                result = decodeWithModule(FileFormat::Gif, data, size, checked, error);
+                break;
+            case FileFormat::Heif:
+                result = decodeWithModule(FileFormat::Heif, data, size, checked, error);
+                break;
+            case FileFormat::Bmp:
+                result = decodeBmp(data, size, checked, error);
+                break;
+            case FileFormat::Unknown:
+                setError(error, "unrecognised image format");
+                break;
         }
     } catch (const std::bad_alloc&) {
         setError(error, "out of memory while decoding");
@@ -40,8 +56,7 @@ std::optional<DecodedImage> decodeImageMemory(const uint8_t* data, size_t size, 
     return result;
 }
 
-std::optional<DecodedImage> decodeImageFile(const std::string& path, const DecodeOptions& options,
-                                            std::string* error) {
+std::optional<DecodedImage> decodeImageFile(const std::string& path, const DecodeOptions& options, std::string* error) {
     using namespace detail;
     FileSource file;
     if (!file.open(path, error)) return std::nullopt;

@@ -141,22 +141,32 @@ std::optional<ImageInfo> probeImageFile(const std::string& path, std::string* er
     bool ok = false;
     try {
         switch (info.format) {
-        case FileFormat::Jpeg: ok = probeJpeg(file, info); break;
-        case FileFormat::Png: ok = probePng(file, info); break;
-        case FileFormat::Tiff:
-            if (!probeWithModule(FileFormat::Tiff, file, info, error)) return std::nullopt;  // says why
-            ok = true;
-            break;
-        case FileFormat::WebP: ok = probeWebP(file, info); break;
-        case FileFormat::Gif: ok = probeGif(file, info); break;
-        case FileFormat::Heif:
-            if (!probeWithModule(FileFormat::Heif, file, info, error)) return std::nullopt;  // says why
-            ok = true;
-            break;
-        case FileFormat::Bmp: ok = probeBmp(file, info); break;
-        case FileFormat::Unknown:
-            setError(error, "unrecognised image format");
-            return std::nullopt;
+            case FileFormat::Jpeg:
+                ok = probeJpeg(file, info);
+                break;
+            case FileFormat::Png:
+                ok = probePng(file, info);
+                break;
+            case FileFormat::Tiff:
+                if (!probeWithModule(FileFormat::Tiff, file, info, error)) return std::nullopt;  // says why
+                ok = true;
+                break;
+            case FileFormat::WebP:
+                ok = probeWebP(file, info);
+                break;
+            case FileFormat::Gif:
+                ok = probeGif(file, info);
+                break;
+            case FileFormat::Heif:
+                if (!probeWithModule(FileFormat::Heif, file, info, error)) return std::nullopt;  // says why
+                ok = true;
+                break;
+            case FileFormat::Bmp:
+                ok = probeBmp(file, info);
+                break;
+            case FileFormat::Unknown:
+                setError(error, "unrecognised image format");
+                return std::nullopt;
         }
     } catch (...) {
         ok = false;

@@ -33,8 +33,7 @@ struct ErrorManager {
 void ignoreMessage(j_common_ptr, int) {}
 
 // All libjpeg calls happen here, so a longjmp never skips a C++ destructor.
-bool compress(jpeg_compress_struct& cinfo, ErrorManager& err, FILE* out, const detail::YccPlanes& planes,
-              int quality) {
+bool compress(jpeg_compress_struct& cinfo, ErrorManager& err, FILE* out, const detail::YccPlanes& planes, int quality) {
     if (setjmp(err.jump)) return false;
     const int width = planes.width, height = planes.height;
     jpeg_create_compress(&cinfo);

@@ -132,8 +132,11 @@ private:
         cinfo_.scale_denom = jpegDctDenominator(options_.scaleDenominator);
         cinfo_.do_block_smoothing = blockSmoothing_;
         jpeg_read_icc_profile(&cinfo_, &icc_, &iccSize_);
-        if (cmyk) cmyk_ = std::make_unique<CmykToSrgb>(icc_, iccSize_, cinfo_.saw_Adobe_marker);
-        else if (icc_) iccToSrgb_ = std::make_unique<IccToSrgb>(icc_, iccSize_, grey ? IccLayout::GreyInRgba : IccLayout::Rgb, false);
+        if (cmyk)
+            cmyk_ = std::make_unique<CmykToSrgb>(icc_, iccSize_, cinfo_.saw_Adobe_marker);
+        else if (icc_)
+            iccToSrgb_ =
+                std::make_unique<IccToSrgb>(icc_, iccSize_, grey ? IccLayout::GreyInRgba : IccLayout::Rgb, false);
         if (iccToSrgb_ && !iccToSrgb_->converts()) iccToSrgb_.reset();
         jpeg_calc_output_dimensions(&cinfo_);
         setSize(int(cinfo_.output_width), int(cinfo_.output_height), false, false);

@@ -48,10 +48,10 @@ constexpr int kMaxScanComponents = 4;
 constexpr int kMaxAl = 10;
 
 // Position in the 8x8 block (row * 8 + column) of each zigzag index.
-constexpr uint8_t kNaturalOrder[64] = {
-    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
-    41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
-    30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+constexpr uint8_t kNaturalOrder[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
+                                       12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
+                                       35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
+                                       58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
 
 constexpr uint8_t kSOI = 0xD8, kEOI = 0xD9, kSOS = 0xDA, kDNL = 0xDC, kSOF2 = 0xC2;
 
@@ -90,9 +90,7 @@ struct Parsed {
 
 unsigned be16(const uint8_t* p) { return unsigned(p[0]) << 8 | p[1]; }
 
-bool isSof(uint8_t code) {
-    return code >= 0xC0 && code <= 0xCF && code != 0xC4 && code != 0xC8 && code != 0xCC;
-}
+bool isSof(uint8_t code) { return code >= 0xC0 && code <= 0xCF && code != 0xC4 && code != 0xC8 && code != 0xCC; }
 
 // End of the entropy-coded data that starts at `pos`: the first 0xFF of the next marker that is neither
 // RSTn nor a stuffed zero. Returns `size` when the data runs to the end of the buffer (a truncated file).
@@ -140,7 +138,7 @@ bool parse(const uint8_t* data, size_t size, Parsed& out) {
     size_t pos = 2;
     out.pieces.push_back({0, 2, -1});
     for (;;) {
-        if (pos >= size || data[pos] != 0xFF) return false;  // truncated, or bytes between segments
+        if (pos >= size || data[pos] != 0xFF) return false;     // truncated, or bytes between segments
         while (pos + 1 < size && data[pos + 1] == 0xFF) ++pos;  // fill bytes before a marker
         if (pos + 1 >= size) return false;
         const size_t start = pos;

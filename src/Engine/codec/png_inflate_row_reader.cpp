@@ -126,11 +126,20 @@ private:
         if (h[10] != 0 || h[11] != 0 || h[12] != 0) return false;  // compression, filter, interlace
         if (depth != 8 && depth != 16) return false;
         switch (colour) {
-        case 0: channels_ = 1; break;
-        case 2: channels_ = 3; break;
-        case 4: channels_ = 2; break;
-        case 6: channels_ = 4; break;
-        default: return false;
+            case 0:
+                channels_ = 1;
+                break;
+            case 2:
+                channels_ = 3;
+                break;
+            case 4:
+                channels_ = 2;
+                break;
+            case 6:
+                channels_ = 4;
+                break;
+            default:
+                return false;
         }
         if (!checkDimensions(width, height, options.maxPixels, nullptr)) return false;
         bytesPerSample_ = depth / 8;
@@ -182,16 +191,19 @@ private:
         const int w = width_;
         if (bytesPerSample_ == 1) {
             switch (channels_) {
-            case 4: std::memcpy(out, in, size_t(w) * 4); return;
-            case 3:
-                for (int x = 0; x < w; ++x, in += 3, out += 4) out[0] = in[0], out[1] = in[1], out[2] = in[2], out[3] = 255;
-                return;
-            case 2:
-                for (int x = 0; x < w; ++x, in += 2, out += 4) out[0] = out[1] = out[2] = in[0], out[3] = in[1];
-                return;
-            default:
-                for (int x = 0; x < w; ++x, ++in, out += 4) out[0] = out[1] = out[2] = in[0], out[3] = 255;
-                return;
+                case 4:
+                    std::memcpy(out, in, size_t(w) * 4);
+                    return;
+                case 3:
+                    for (int x = 0; x < w; ++x, in += 3, out += 4)
+                        out[0] = in[0], out[1] = in[1], out[2] = in[2], out[3] = 255;
+                    return;
+                case 2:
+                    for (int x = 0; x < w; ++x, in += 2, out += 4) out[0] = out[1] = out[2] = in[0], out[3] = in[1];
+                    return;
+                default:
+                    for (int x = 0; x < w; ++x, ++in, out += 4) out[0] = out[1] = out[2] = in[0], out[3] = 255;
+                    return;
             }
         }
         auto* samples = reinterpret_cast<uint16_t*>(out);
@@ -226,8 +238,7 @@ private:
 
 }  // namespace
 
-std::unique_ptr<RowReader> openInflatingPngRowReader(std::unique_ptr<FileSource>& file,
-                                                     const RowReadOptions& options) {
+std::unique_ptr<RowReader> openInflatingPngRowReader(std::unique_ptr<FileSource>& file, const RowReadOptions& options) {
     auto reader = std::make_unique<InflatingPngReader>(std::move(file));
     if (reader->start(options)) return reader;
     file = reader->takeFile();

@@ -34,8 +34,7 @@ public:
         if (ihdr.interlace_method != 0) return false;
         const bool sixteen = ihdr.bit_depth == 16;
         const int format = sixteen ? SPNG_FMT_RGBA16 : SPNG_FMT_RGBA8;
-        if (int rc = spng_decode_image(ctx_, nullptr, 0, format, SPNG_DECODE_TRNS | SPNG_DECODE_PROGRESSIVE);
-            rc != 0)
+        if (int rc = spng_decode_image(ctx_, nullptr, 0, format, SPNG_DECODE_TRNS | SPNG_DECODE_PROGRESSIVE); rc != 0)
             return fail(error, "invalid PNG: ", rc);
         spng_trns trns{};
         const bool alpha = ihdr.color_type == SPNG_COLOR_TYPE_GRAYSCALE_ALPHA ||
@@ -43,8 +42,8 @@ public:
         setSize(int(ihdr.width), int(ihdr.height), sixteen, alpha);
         spng_iccp iccp{};
         if (spng_get_iccp(ctx_, &iccp) == 0 && iccp.profile != nullptr) {
-            const bool grey = ihdr.color_type == SPNG_COLOR_TYPE_GRAYSCALE ||
-                              ihdr.color_type == SPNG_COLOR_TYPE_GRAYSCALE_ALPHA;
+            const bool grey =
+                ihdr.color_type == SPNG_COLOR_TYPE_GRAYSCALE || ihdr.color_type == SPNG_COLOR_TYPE_GRAYSCALE_ALPHA;
             icc_ = std::make_unique<IccToSrgb>(reinterpret_cast<const uint8_t*>(iccp.profile), iccp.profile_len,
                                                grey ? IccLayout::GreyInRgba : IccLayout::Rgb, sixteen);
             if (!icc_->converts()) icc_.reset();

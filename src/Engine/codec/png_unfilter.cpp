@@ -2,7 +2,8 @@
 #include "png_unfilter_p.h"
 
 #include <cstdlib>
-#include <cstring>
+
+#include "Engine/simd_target.h"
 
 namespace voimg::detail {
 namespace {
@@ -18,37 +19,33 @@ uint8_t paeth(int a, int b, int c) {
 bool unfilterRowScalar(uint8_t filter, uint8_t* row, const uint8_t* previous, size_t bytes, int bpp) {
     const size_t step = size_t(bpp);
     switch (filter) {
-    case 0:
-        return true;
-    case 1:
-        for (size_t i = step; i < bytes; ++i) row[i] = uint8_t(row[i] + row[i - step]);
-        return true;
-    case 2:
-        for (size_t i = 0; i < bytes; ++i) row[i] = uint8_t(row[i] + previous[i]);
-        return true;
-    case 3:
-        for (size_t i = 0; i < bytes; ++i) {
-            const int left = i >= step ? row[i - step] : 0;
-            row[i] = uint8_t(row[i] + ((left + previous[i]) >> 1));
-        }
-        return true;
-    case 4:
-        for (size_t i = 0; i < bytes; ++i) {
-            const int left = i >= step ? row[i - step] : 0, upLeft = i >= step ? previous[i - step] : 0;
-            row[i] = uint8_t(row[i] + paeth(left, previous[i], upLeft));
-        }
-        return true;
-    default:
-        return false;
+        case 0:
+            return true;
+        case 1:
+            for (size_t i = step; i < bytes; ++i) row[i] = uint8_t(row[i] + row[i - step]);
+            return true;
+        case 2:
+            for (size_t i = 0; i < bytes; ++i) row[i] = uint8_t(row[i] + previous[i]);
+            return true;
+        case 3:
+            for (size_t i = 0; i < bytes; ++i) {
+                const int left = i >= step ? row[i - step] : 0;
+                row[i] = uint8_t(row[i] + ((left + previous[i]) >> 1));
+            }
+            return true;
+        case 4:
+            for (size_t i = 0; i < bytes; ++i) {
+                const int left = i >= step ? row[i - step] : 0, upLeft = i >= step ? previous[i - step] : 0;
+                row[i] = uint8_t(row[i] + paeth(left, previous[i], upLeft));
+            }
+            return true;
+        default:
+            return false;
     }
 }
 
 bool unfilterRow(uint8_t filter, uint8_t* row, const uint8_t* previous, size_t bytes, int bpp) {
-    static const bool scalarOnly = [] {
-        const char* v = std::getenv("VO_NOSIMD");
-        return v && *v && std::strcmp(v, "0") != 0;
-    }();
-    if (scalarOnly) return unfilterRowScalar(filter, row, previous, bytes, bpp);
+    if (simdDisabledByEnvironment()) return unfilterRowScalar(filter, row, previous, bytes, bpp);
     return unfilterRowSimd(filter, row, previous, bytes, bpp);
 }
 

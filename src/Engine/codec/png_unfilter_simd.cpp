@@ -27,11 +27,11 @@ bool Unfilter(uint8_t filter, uint8_t* row, const uint8_t* previous, size_t byte
 template <int kBpp>
 constexpr size_t kLanes = kBpp <= 4 ? 4 : 8;
 template <int kBpp>
-using D16 = hn::FixedTag<int16_t, kLanes<kBpp>>;
+using D16 = hn::FixedTag<int16_t, kLanes<kBpp> >;
 template <int kBpp>
-using D8 = hn::FixedTag<uint8_t, kLanes<kBpp>>;
+using D8 = hn::FixedTag<uint8_t, kLanes<kBpp> >;
 template <int kBpp>
-using V16 = hn::Vec<D16<kBpp>>;
+using V16 = hn::Vec<D16<kBpp> >;
 
 // a <= b, for lanes where only "less than" is available on integers.
 template <class V>
@@ -99,10 +99,17 @@ template <int kBpp>
 bool unfilterPixels(uint8_t filter, uint8_t* row, const uint8_t* previous, size_t bytes) {
     const size_t pixels = bytes / kBpp;
     switch (filter) {
-    case 1: unfilterSub<kBpp>(row, previous, pixels); return true;
-    case 3: unfilterAverage<kBpp>(row, previous, pixels); return true;
-    case 4: unfilterPaeth<kBpp>(row, previous, pixels); return true;
-    default: return unfilterRowScalar(filter, row, previous, bytes, kBpp);
+        case 1:
+            unfilterSub<kBpp>(row, previous, pixels);
+            return true;
+        case 3:
+            unfilterAverage<kBpp>(row, previous, pixels);
+            return true;
+        case 4:
+            unfilterPaeth<kBpp>(row, previous, pixels);
+            return true;
+        default:
+            return unfilterRowScalar(filter, row, previous, bytes, kBpp);
     }
 }
 

@@ -40,8 +40,7 @@ private:
 }  // namespace
 }  // namespace detail
 
-std::unique_ptr<RowReader> openRowReader(const std::string& path, const RowReadOptions& options,
-                                         std::string* error) {
+std::unique_ptr<RowReader> openRowReader(const std::string& path, const RowReadOptions& options, std::string* error) {
     using namespace detail;
     if (error) error->clear();
     try {

@@ -25,8 +25,7 @@ std::unique_ptr<RowReader> openJpegRowReader(std::unique_ptr<FileSource> file, c
 
 // The common PNG (not interlaced; 8 or 16 bits; grey or RGB, with or without alpha; no transparency key or
 // colour profile) with the unfiltering left to finishRows(). Null, with `file` untouched, for any other.
-std::unique_ptr<RowReader> openInflatingPngRowReader(std::unique_ptr<FileSource>& file,
-                                                     const RowReadOptions& options);
+std::unique_ptr<RowReader> openInflatingPngRowReader(std::unique_ptr<FileSource>& file, const RowReadOptions& options);
 
 // Non-interlaced PNG from the file. Null for interlaced files (the caller decodes those whole) and when it
 // cannot start (with `error`; `error` stays empty for the interlaced case).

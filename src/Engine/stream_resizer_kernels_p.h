@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+// The streaming resizer's two hot loops on premultiplied RGBA floats. The SIMD build (AVX2 with FMA, whose
+// fused multiply-adds halve the instructions) runs where the processor has it and VO_NOSIMD is not set
+// (simd_target.h); the scalar build is the reference it is tested against.
+#pragma once
+
+#include <cstdint>
+
+namespace voimg {
+
+// out[o] = sum over k < count[o] of weights[o * stride + k] x in[first[o] + k], for o < outWidth (pixels).
+void filterRow(const float* weights, int stride, const int64_t* first, const int* count, const float* in, float* out,
+               int64_t outWidth);
+void filterRowScalar(const float* weights, int stride, const int64_t* first, const int* count, const float* in,
+                     float* out, int64_t outWidth);
+
+// dst = sum of weights[k] x rows[k] over `count` (at least one) rows of `values` floats.
+void sumRows(const float* const* rows, const float* weights, int count, float* dst, int64_t values);
+void sumRowsScalar(const float* const* rows, const float* weights, int count, float* dst, int64_t values);
+
+}  // namespace voimg

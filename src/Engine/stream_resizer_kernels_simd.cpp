@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+// Compiled once per Highway target (the code is plain C++ with four-float vectors; the target decides the
+// instructions): the AVX2 build runs where the processor has it, the baseline build is the scalar
+// reference. Nothing here calls into the standard library, so no out-of-line copy of a library function
+// can be compiled for a wider target than the processor runs.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "Engine/stream_resizer_kernels_simd.cpp"
+#include <hwy/foreach_target.h>  // must come before highway.h
+#include <hwy/highway.h>
+
+#include <cstring>
+
+#include "Engine/simd_target.h"
+#include "Engine/stream_resizer_kernels_p.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace voimg {
+namespace HWY_NAMESPACE {
+
+// One premultiplied RGBA pixel in a 128-bit register.
+using Pixel = float __attribute__((vector_size(16)));
+
+HWY_INLINE Pixel LoadPixel(const float* p) {
+    Pixel v;
+    __builtin_memcpy(&v, p, sizeof v);
+    return v;
+}
+HWY_INLINE void StorePixel(float* p, Pixel v) { __builtin_memcpy(p, &v, sizeof v); }
+
+void FilterRow(const float* weights, int stride, const int64_t* first, const int* count, const float* in, float* out,
+               int64_t outWidth) {
+    for (int64_t o = 0; o < outWidth; ++o) {
+        const float* w = weights + o * stride;
+        const float* s = in + first[o] * 4;
+        const int n = count[o];
+        // Four independent sums, so that consecutive taps do not wait for each other's additions.
+        Pixel s0 = {0, 0, 0, 0}, s1 = s0, s2 = s0, s3 = s0;
+        int k = 0;
+        for (; k + 4 <= n; k += 4) {
+            s0 += LoadPixel(s + k * 4) * w[k];
+            s1 += LoadPixel(s + k * 4 + 4) * w[k + 1];
+            s2 += LoadPixel(s + k * 4 + 8) * w[k + 2];
+            s3 += LoadPixel(s + k * 4 + 12) * w[k + 3];
+        }
+        for (; k < n; ++k) s0 += LoadPixel(s + k * 4) * w[k];
+        StorePixel(out + o * 4, (s0 + s1) + (s2 + s3));
+    }
+}
+
+// Four rows per pass over dst, so dst is read and written a quarter as often.
+void SumRows(const float* const* rows, const float* weights, int count, float* dst, int64_t values) {
+    int k = count < 4 ? count : 4;
+    {
+        const float* r[4];
+        float w[4];
+        for (int j = 0; j < 4; ++j) r[j] = rows[j < k ? j : k - 1], w[j] = j < k ? weights[j] : 0.0f;
+        for (int64_t i = 0; i < values; ++i)
+            dst[i] = (r[0][i] * w[0] + r[1][i] * w[1]) + (r[2][i] * w[2] + r[3][i] * w[3]);
+    }
+    for (; k + 4 <= count; k += 4) {
+        const float *r0 = rows[k], *r1 = rows[k + 1], *r2 = rows[k + 2], *r3 = rows[k + 3];
+        const float w0 = weights[k], w1 = weights[k + 1], w2 = weights[k + 2], w3 = weights[k + 3];
+        for (int64_t i = 0; i < values; ++i) dst[i] += (r0[i] * w0 + r1[i] * w1) + (r2[i] * w2 + r3[i] * w3);
+    }
+    for (; k < count; ++k)
+        for (int64_t i = 0; i < values; ++i) dst[i] += rows[k][i] * weights[k];
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace voimg
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace voimg {
+
+void filterRowScalar(const float* weights, int stride, const int64_t* first, const int* count, const float* in,
+                     float* out, int64_t outWidth) {
+    HWY_STATIC_DISPATCH(FilterRow)(weights, stride, first, count, in, out, outWidth);
+}
+
+void sumRowsScalar(const float* const* rows, const float* weights, int count, float* dst, int64_t values) {
+    HWY_STATIC_DISPATCH(SumRows)(rows, weights, count, dst, values);
+}
+
+void filterRow(const float* weights, int stride, const int64_t* first, const int* count, const float* in, float* out,
+               int64_t outWidth) {
+#if HWY_TARGETS & HWY_AVX2
+    if (simdEnabled()) return N_AVX2::FilterRow(weights, stride, first, count, in, out, outWidth);
+#endif
+    filterRowScalar(weights, stride, first, count, in, out, outWidth);
+}
+
+void sumRows(const float* const* rows, const float* weights, int count, float* dst, int64_t values) {
+#if HWY_TARGETS & HWY_AVX2
+    if (simdEnabled()) return N_AVX2::SumRows(rows, weights, count, dst, values);
+#endif
+    sumRowsScalar(rows, weights, count, dst, values);
+}
+
+}  // namespace voimg
+#endif
