@@ -1,16 +1,22 @@
 // SPDX-License-Identifier: MIT
-// Micro-benchmarks of the engine's kernels: resampling, colour conversion, composition (scalar and SIMD
-// stage, whole compositions) and accumulator updates. Rates are in megapixels of output per second.
+// Micro-benchmarks of the engine's kernels: resampling (tiled, and the streaming resizer's passes scalar
+// and SIMD), colour conversion, PNG unfiltering (scalar and SIMD), JPEG colour planes, composition (scalar
+// and SIMD stage, whole compositions) and accumulator updates. Rates are in megapixels per second (of
+// output, or of input for the row kernels).
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <random>
 #include <vector>
 
 #include "Common/CoreGraphics/VoCompositionStage.h"
 #include "Common/CoreGraphics/VoCoreUtils.h"
 #include "Common/CoreGraphics/VoImageAccumulator.h"
+#include "Engine/codec/chroma_planes_p.h"
 #include "Engine/codec/codec.h"
+#include "Engine/codec/png_unfilter_p.h"
 #include "Engine/render_context.h"
+#include "Engine/stream_resizer_kernels_p.h"
 
 namespace {
 
@@ -46,8 +52,12 @@ void Resample(benchmark::State& state) {
     renderOnce(state, VoCoreUtils::scaleImageToFitInRect(source, {0, 0, 8192, float(state.range(2))}),
                voimg::BitmapFormat::Rgb8OverBlack);
 }
-BENCHMARK(Resample)->Args({3000, 2000, 150})->Args({3000, 2000, 600})->Args({400, 300, 600})
-    ->ArgNames({"w", "h", "to_height"})->Unit(benchmark::kMillisecond);
+BENCHMARK(Resample)
+    ->Args({3000, 2000, 150})
+    ->Args({3000, 2000, 600})
+    ->Args({400, 300, 600})
+    ->ArgNames({"w", "h", "to_height"})
+    ->Unit(benchmark::kMillisecond);
 
 void ColourConversion(benchmark::State& state) {
     renderOnce(state, picture(1024, 1024), voimg::BitmapFormat::RgbaFloatLinear);
@@ -59,14 +69,18 @@ void CompositionStage(benchmark::State& state) {
     std::vector<float> fg(pixels * 4, 0.5f), bg(pixels * 4, 0.25f), out(pixels * 4);
     const bool simd = state.range(0) != 0;
     for (auto _ : state) {
-        if (simd) vo::factorCompositeSimd(fg.data(), bg.data(), 0.7f, out.data(), pixels);
-        else vo::factorCompositeScalar(fg.data(), bg.data(), 0.7f, out.data(), pixels);
+        if (simd)
+            vo::factorCompositeSimd(fg.data(), bg.data(), 0.7f, out.data(), pixels);
+        else
+            vo::factorCompositeScalar(fg.data(), bg.data(), 0.7f, out.data(), pixels);
         benchmark::ClobberMemory();
     }
     setRate(state, double(pixels));
 }
 // One frame row (in cache) and a whole 1280 x 800 frame (memory-bound).
-BENCHMARK(CompositionStage)->ArgsProduct({{0, 1}, {1280, 1280 * 800}})->ArgNames({"simd", "pixels"})
+BENCHMARK(CompositionStage)
+    ->ArgsProduct({{0, 1}, {1280, 1280 * 800}})
+    ->ArgNames({"simd", "pixels"})
     ->Unit(benchmark::kMicrosecond);
 
 void Compose(benchmark::State& state) {
@@ -88,6 +102,76 @@ void AccumulatorDirtyRect(benchmark::State& state) {
     setRate(state, double(side) * side);
 }
 BENCHMARK(AccumulatorDirtyRect)->Arg(128)->Arg(800)->ArgName("side")->Unit(benchmark::kMicrosecond);
+
+// The streaming resizer's horizontal pass: one 3000-pixel row of linear RGBA to 900 pixels (a 3.33-fold
+// shrink, 20 taps a pixel), scalar reference and SIMD build.
+void StreamFilterRow(benchmark::State& state) {
+    const int inWidth = 3000, outWidth = 900, taps = 20;
+    std::vector<float> in(size_t(inWidth) * 4, 0.5f), out(size_t(outWidth) * 4),
+        weights(size_t(outWidth) * taps, 0.05f);
+    std::vector<int64_t> first(static_cast<size_t>(outWidth));
+    std::vector<int> count(static_cast<size_t>(outWidth), taps);
+    for (int o = 0; o < outWidth; ++o) first[size_t(o)] = std::min<int64_t>(int64_t(o * 3.333), inWidth - taps);
+    const bool simd = state.range(0) != 0;
+    for (auto _ : state) {
+        if (simd)
+            voimg::filterRow(weights.data(), taps, first.data(), count.data(), in.data(), out.data(), outWidth);
+        else
+            voimg::filterRowScalar(weights.data(), taps, first.data(), count.data(), in.data(), out.data(), outWidth);
+        benchmark::DoNotOptimize(out.data());
+    }
+    setRate(state, inWidth);
+}
+BENCHMARK(StreamFilterRow)->Arg(0)->Arg(1)->ArgName("simd")->Unit(benchmark::kMicrosecond);
+
+// The vertical pass: one 900-pixel output row from 20 filtered rows.
+void StreamSumRows(benchmark::State& state) {
+    const int rows = 20;
+    const int64_t values = 900 * 4;
+    std::vector<std::vector<float>> data(static_cast<size_t>(rows), std::vector<float>(size_t(values), 0.5f));
+    std::vector<const float*> pointers;
+    for (const auto& row : data) pointers.push_back(row.data());
+    std::vector<float> weights(static_cast<size_t>(rows), 0.05f), out(static_cast<size_t>(values));
+    const bool simd = state.range(0) != 0;
+    for (auto _ : state) {
+        if (simd)
+            voimg::sumRows(pointers.data(), weights.data(), rows, out.data(), values);
+        else
+            voimg::sumRowsScalar(pointers.data(), weights.data(), rows, out.data(), values);
+        benchmark::DoNotOptimize(out.data());
+    }
+    setRate(state, double(values) / 4);
+}
+BENCHMARK(StreamSumRows)->Arg(0)->Arg(1)->ArgName("simd")->Unit(benchmark::kMicrosecond);
+
+// PNG unfiltering of one 5120-pixel RGBA row with each filter, scalar reference and SIMD build.
+void PngUnfilter(benchmark::State& state) {
+    const size_t bytes = 5120 * 4;
+    std::vector<uint8_t> row(bytes), previous(bytes);
+    std::mt19937 random(2);
+    for (size_t i = 0; i < bytes; ++i) row[i] = uint8_t(random()), previous[i] = uint8_t(random());
+    const auto filter = uint8_t(state.range(0));
+    const bool simd = state.range(1) != 0;
+    for (auto _ : state) {
+        if (simd)
+            voimg::detail::unfilterRowSimd(filter, row.data(), previous.data(), bytes, 4);
+        else
+            voimg::detail::unfilterRowScalar(filter, row.data(), previous.data(), bytes, 4);
+        benchmark::DoNotOptimize(row.data());
+    }
+    setRate(state, 5120);
+}
+BENCHMARK(PngUnfilter)->ArgsProduct({{1, 3, 4}, {0, 1}})->ArgNames({"filter", "simd"})->Unit(benchmark::kMicrosecond);
+
+// The colour planes of a 900x600 JPEG rendition (luma, 2x2 chroma averages, chroma sharpening).
+void JpegColourPlanes(benchmark::State& state) {
+    std::vector<uint8_t> rgb(size_t(900) * 600 * 3);
+    std::mt19937 random(3);
+    for (uint8_t& v : rgb) v = uint8_t(random());
+    for (auto _ : state) benchmark::DoNotOptimize(voimg::detail::makeYccPlanes(rgb.data(), 900, 600));
+    setRate(state, 900 * 600);
+}
+BENCHMARK(JpegColourPlanes)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -4,14 +4,21 @@
 #include <cstdlib>
 #include <cstring>
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#endif
+
 namespace voimg {
 
 bool cpuRunsAvx2() {
 #if defined(__x86_64__) || defined(__i386__)
     static const bool runs = [] {
         __builtin_cpu_init();
+        // F16C is not among the names every compiler's __builtin_cpu_supports knows: CPUID leaf 1, ECX bit 29.
+        unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+        const bool f16c = __get_cpuid(1, &eax, &ebx, &ecx, &edx) && (ecx & (1u << 29)) != 0;
         return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && __builtin_cpu_supports("bmi2") &&
-               __builtin_cpu_supports("f16c");
+               f16c;
     }();
     return runs;
 #else

@@ -18,6 +18,7 @@
 #include <jpeglib.h>
 
 using namespace votest;
+using voimg::detail::ScanSelectionParams;
 using voimg::detail::selectProgressiveScans;
 
 namespace {
@@ -448,7 +449,10 @@ TEST(JpegScanSelect, RefinementKeepsTheHistoryOfItsBand) {
                                           {{0}, 1, 63, 2, 1},      {{0, 1, 2}, 0, 0, 1, 0}, {{1}, 1, 63, 1, 0},
                                           {{2}, 1, 63, 1, 0},      {{0}, 1, 9, 1, 0},       {{0}, 10, 63, 1, 0}};
     const Bytes jpeg = encodeProgressive(photo(), 90, script);
-    const auto selection = selectProgressiveScans(jpeg.data(), jpeg.size(), 800.0 / 120);
+    // A tight error budget, so that the refinement to Al = 1 is needed.
+    ScanSelectionParams tight;
+    tight.maxErrorLevels = 0.5;
+    const auto selection = selectProgressiveScans(jpeg.data(), jpeg.size(), 800.0 / 120, tight);
     ASSERT_FALSE(selection.stream.empty());
     const auto kept = scansOf(selection.stream);
     const auto has = [&](int component, int ss, int se, int ah) {

@@ -32,8 +32,10 @@ struct ScanSelectionParams {
     // block-limited cosine.
     double bandMargin = 2.0;
     // Refinement bits are left out while the estimated worst-case root-mean-square error they add to the
-    // thumbnail (all components together, in 8-bit levels) stays within this.
-    double maxErrorLevels = 0.5;
+    // thumbnail (all components together, in 8-bit levels) stays within this. Measured on a grainy 24 MP
+    // progressive photograph shrunk to 600 and 150 pixels: 1.0 decodes 15% faster than 0.5 and moves the
+    // thumbnails' PSNR against an exact linear-light reference by 0.03 dB, far inside the JPEG noise.
+    double maxErrorLevels = 1.0;
 };
 
 // `reduction` = full-resolution height / height of the largest picture made from this decode (the decode
