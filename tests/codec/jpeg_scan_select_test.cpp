@@ -2,6 +2,8 @@
 // Progressive scan selection: which scans are kept, that the kept stream decodes cleanly with libjpeg, and
 // that thumbnails made from it match thumbnails made from the whole file.
 #include "Engine/codec/jpeg_scan_select_p.h"
+#include "Engine/resample_taps_p.h"
+#include "Engine/srgb.h"
 #include "test_support.h"
 
 #include <gtest/gtest.h>
@@ -67,57 +69,19 @@ Picture makePhotoLike(int width, int height, int channels, uint32_t seed = 7) {
     throw std::runtime_error(message);
 }
 
-struct ScanSpec {
-    std::vector<int> components;
-    int ss, se, ah, al;
-};
+using ScanSpec = JpegScan;
 
 // Encodes with libjpeg: the standard progression when `script` is empty, else that scan script.
 Bytes encodeProgressive(const Picture& picture, int quality, const std::vector<ScanSpec>& script = {},
                         int restartRows = 0, int lumaSampling = 2) {
-    jpeg_compress_struct cinfo{};
-    jpeg_error_mgr err{};
-    cinfo.err = jpeg_std_error(&err);
-    err.error_exit = throwError;
-    jpeg_create_compress(&cinfo);
-    unsigned char* buffer = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&cinfo, &buffer, &size);
-    cinfo.image_width = JDIMENSION(picture.width);
-    cinfo.image_height = JDIMENSION(picture.height);
-    cinfo.input_components = picture.channels;
-    cinfo.in_color_space = picture.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
-    jpeg_set_defaults(&cinfo);
-    jpeg_set_quality(&cinfo, quality, TRUE);
-    if (picture.channels == 3) {
-        cinfo.comp_info[0].h_samp_factor = cinfo.comp_info[0].v_samp_factor = lumaSampling;
-        for (int c = 1; c < 3; ++c) cinfo.comp_info[c].h_samp_factor = cinfo.comp_info[c].v_samp_factor = 1;
-    }
-    std::vector<jpeg_scan_info> scans;
-    if (script.empty()) {
-        jpeg_simple_progression(&cinfo);
-    } else {
-        for (const ScanSpec& spec : script) {
-            jpeg_scan_info scan{};
-            scan.comps_in_scan = int(spec.components.size());
-            for (size_t i = 0; i < spec.components.size(); ++i) scan.component_index[i] = spec.components[i];
-            scan.Ss = spec.ss, scan.Se = spec.se, scan.Ah = spec.ah, scan.Al = spec.al;
-            scans.push_back(scan);
-        }
-        cinfo.scan_info = scans.data();
-        cinfo.num_scans = int(scans.size());
-    }
-    cinfo.restart_in_rows = restartRows;
-    jpeg_start_compress(&cinfo, TRUE);
-    while (cinfo.next_scanline < cinfo.image_height) {
-        JSAMPROW row = const_cast<JSAMPROW>(picture.at(0, int(cinfo.next_scanline)));
-        jpeg_write_scanlines(&cinfo, &row, 1);
-    }
-    jpeg_finish_compress(&cinfo);
-    jpeg_destroy_compress(&cinfo);
-    Bytes out(buffer, buffer + size);
-    std::free(buffer);
-    return out;
+    JpegParams params;
+    params.colour = picture.channels == 1 ? JpegColour::Grey : JpegColour::Rgb;
+    params.lumaH = params.lumaV = lumaSampling;
+    params.progressive = true;
+    params.scans = script;
+    params.restartRows = restartRows;
+    params.quality = quality;
+    return encodeJpeg(picture, params);
 }
 
 // --- Decoding ---------------------------------------------------------------------------------------------
@@ -208,24 +172,11 @@ unsigned dctScaleFor(int height, int outputHeight) {
 
 // --- Thumbnails: separable Lanczos-3 in linear light, back to 8-bit sRGB ----------------------------------
 
-float srgbToLinear(int v) {
-    const double c = v / 255.0;
-    return float(c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4));
-}
+float srgbToLinear(int v) { return float(voimg::srgbDecode(v / 255.0)); }
 
-uint8_t linearToSrgb(float l) {
-    const double x = std::clamp(double(l), 0.0, 1.0);
-    const double c = x <= 0.0031308 ? x * 12.92 : 1.055 * std::pow(x, 1 / 2.4) - 0.055;
-    return uint8_t(std::lround(c * 255));
-}
+uint8_t linearToSrgb(float l) { return uint8_t(std::lround(voimg::srgbEncode(std::clamp(double(l), 0.0, 1.0)) * 255)); }
 
-double lanczos3(double x) {
-    x = std::fabs(x);
-    if (x < 1e-9) return 1;
-    if (x >= 3) return 0;
-    const double px = M_PI * x;
-    return 3 * std::sin(px) * std::sin(px / 3) / (px * px);
-}
+double lanczos3(double x) { return voimg::ResampleKernel{3.0, 1.0}(x); }
 
 // Resamples `length` samples of `in` (with the given strides between samples and between lines) to
 // `outLength`, for `lines` lines of 3 channels.

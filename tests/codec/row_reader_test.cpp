@@ -179,6 +179,60 @@ TEST(RowReader, OtherFormatsAreDecodedWholeAndHandedOutInRows) {
     expectSameAsWholeDecode(files.write("a.webp", encodeWebP(makeGradient(50, 40, 4), true)));
 }
 
+TEST(RowReader, TiffStripsMatchTheWholeDecodeForEveryLayout) {
+    Files files;
+    const int width = 45, height = 37;
+    struct Case {
+        int bits, spp, photometric;
+        bool alpha, tiled, planar;
+        int compression;
+    };
+    // RGB, RGBA, grey, grey+alpha, 16-bit, LZW: streamed; tiled and planar: decoded whole.
+    const Case cases[] = {{8, 3, 2, false, false, false, 1},  {8, 4, 2, true, false, false, 5},
+                          {8, 1, 1, false, false, false, 1},  {8, 2, 1, true, false, false, 1},
+                          {16, 3, 2, false, false, false, 5}, {8, 1, 0, false, false, false, 1},
+                          {8, 3, 2, false, true, false, 1},   {8, 3, 2, false, false, true, 1}};
+    int n = 0;
+    for (const Case& c : cases) {
+        std::vector<uint16_t> samples;
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                for (int k = 0; k < c.spp; ++k)
+                    samples.push_back(uint16_t(((x * 5 + y * 3 + k * 50) % 256) * (c.bits == 16 ? 257 : 1)));
+        TiffParams params;
+        params.bitsPerSample = c.bits, params.samplesPerPixel = c.spp, params.photometric = c.photometric;
+        params.alpha = c.alpha, params.tiled = c.tiled, params.planarSeparate = c.planar;
+        params.compression = c.compression;
+        const std::string name = "t" + std::to_string(n++) + ".tif";
+        expectSameAsWholeDecode(
+            files.write(name, encodeTiff(files.dir.file("scratch.tif"), width, height, samples, params)));
+    }
+}
+
+TEST(RowReader, DamagedTiffStripsComeOutGreyAsInTheWholeDecode) {
+    Files files;
+    const Picture picture = makeGradient(60, 40, 3);
+    TiffParams params;  // strips of 7 rows, written before the directory
+    params.compression = 5;  // LZW
+    Bytes tiff = encodeTiff(files.dir.file("scratch.tif"), 60, 40, samplesOf(picture), params);
+    for (size_t i = tiff.size() * 2 / 10; i < tiff.size() * 4 / 10; ++i) tiff[i] = 0xFF;
+    const std::string path = files.write("damaged.tif", tiff);
+    expectSameAsWholeDecode(path);
+    std::string error;
+    const auto reader = voimg::openRowReader(path, {}, &error);
+    ASSERT_TRUE(reader) << error;
+    const voimg::DecodedImage image = readAll(*reader);
+    EXPECT_EQ(image.pixels[0], picture.samples[0]);
+    int greyRows = 0;
+    for (int y = 0; y < image.height; ++y) {
+        bool grey = true;
+        for (int i = 0; i < image.width * 4; ++i)
+            grey &= image.pixels[size_t(y) * image.width * 4 + size_t(i)] == (i % 4 == 3 ? 255 : 128);
+        greyRows += grey;
+    }
+    EXPECT_GT(greyRows, 0);
+}
+
 // Rows of `image` equal those of `reference` up to `rows`, and the last row is opaque mid grey.
 void expectGoodRowsThenGrey(const voimg::DecodedImage& image, const Picture& reference, int rows) {
     for (int y = 0; y < rows; ++y)

@@ -45,10 +45,17 @@ unsigned sampleAt(const voimg::DecodedImage& image, int x, int y, int c);
 
 // --- JPEG (libjpeg) ---
 enum class JpegColour { Rgb, Grey, Cmyk, Ycck };
+// One scan of a progressive script: the components it holds, its spectral band and bit positions.
+struct JpegScan {
+    std::vector<int> components;
+    int ss, se, ah, al;
+};
+
 struct JpegParams {
     JpegColour colour = JpegColour::Rgb;
     int lumaH = 2, lumaV = 2;  // luma sampling factors; chroma is 1x1
     bool progressive = false;
+    std::vector<JpegScan> scans;  // a progressive file's scan script; empty: libjpeg's standard one
     int restartRows = 0;
     int quality = 95;
     bool adobeMarker = true;  // for CMYK/YCCK

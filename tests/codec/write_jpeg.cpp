@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+#include <vector>
 
 #include <jpeglib.h>
 
@@ -43,7 +44,19 @@ Bytes encodeJpeg(const Picture& picture, const JpegParams& params) {
         cinfo.comp_info[0].v_samp_factor = params.lumaV;
         for (int c = 1; c < 3; ++c) cinfo.comp_info[c].h_samp_factor = cinfo.comp_info[c].v_samp_factor = 1;
     }
-    if (params.progressive) jpeg_simple_progression(&cinfo);
+    std::vector<jpeg_scan_info> script;
+    if (params.progressive && params.scans.empty()) jpeg_simple_progression(&cinfo);
+    if (params.progressive && !params.scans.empty()) {
+        for (const JpegScan& spec : params.scans) {
+            jpeg_scan_info scan{};
+            scan.comps_in_scan = int(spec.components.size());
+            for (size_t i = 0; i < spec.components.size(); ++i) scan.component_index[i] = spec.components[i];
+            scan.Ss = spec.ss, scan.Se = spec.se, scan.Ah = spec.ah, scan.Al = spec.al;
+            script.push_back(scan);
+        }
+        cinfo.scan_info = script.data();
+        cinfo.num_scans = int(script.size());
+    }
     cinfo.restart_in_rows = params.restartRows;
     jpeg_start_compress(&cinfo, TRUE);
     if (!params.icc.empty()) jpeg_write_icc_profile(&cinfo, params.icc.data(), unsigned(params.icc.size()));

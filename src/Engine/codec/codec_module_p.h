@@ -10,11 +10,14 @@
 #pragma once
 
 #include "codec_p.h"
+#include "row_reader.h"
+
+#include <memory>
 
 namespace voimg::detail {
 
 // Bump when the table or any type passed through it (codec.h, ByteSource) changes incompatibly.
-inline constexpr uint32_t kCodecModuleAbi = 1;
+inline constexpr uint32_t kCodecModuleAbi = 2;
 
 // Sizes of the types that cross the module boundary, packed into one number.
 inline constexpr uint32_t kCodecModuleTypeSizes =
@@ -29,6 +32,10 @@ struct CodecModule {
                            std::string* error) = nullptr;
     // Header-only size probe, or nullptr when the engine parses the format's header itself.
     bool (*probe)(ByteSource& source, ImageInfo& info) = nullptr;
+    // Reading a file a few rows at a time, straight from `source` (which must outlive the reader), or
+    // nullptr when the module only decodes whole pictures. Null with `error` empty for files the module
+    // reads whole only; null with `error` set for unreadable ones.
+    RowReader* (*openRows)(ByteSource& source, const DecodeOptions& options, std::string* error) = nullptr;
 };
 
 // The name of the entry function every module exports.
@@ -45,6 +52,12 @@ using CodecModuleEntry = const CodecModule* (*)();
 DecodeResult decodeWithModule(FileFormat format, const uint8_t* data, size_t size, const DecodeOptions& options,
                               std::string* error);
 
+// A row reader from the format's module over `source` (which must outlive it); null with `error` empty
+// when the module cannot stream this file (it is then decoded whole), null with `error` set when it is
+// unreadable or the module is missing.
+std::unique_ptr<RowReader> openRowsWithModule(FileFormat format, ByteSource& source, const DecodeOptions& options,
+                                              std::string* error);
+
 // Probes the header with the format's module; false with `error` set when the module is missing or the
 // header is unreadable.
 [[nodiscard]] bool probeWithModule(FileFormat format, ByteSource& source, ImageInfo& info, std::string* error);
@@ -52,11 +65,16 @@ DecodeResult decodeWithModule(FileFormat format, const uint8_t* data, size_t siz
 }  // namespace voimg::detail
 
 // Module side: defines the entry function of a module built around `decodeFunction` (and `probeFunction`,
-// or nullptr). Used once, in the module's main decoder source.
-#define VO_CODEC_MODULE(formatValue, decodeFunction, probeFunction)                                                  \
-    extern "C" __attribute__((visibility("default"))) const ::voimg::detail::CodecModule* vo_codec_module() {        \
-        static constexpr ::voimg::detail::CodecModule kModule{::voimg::detail::kCodecModuleAbi,                      \
-                                                              ::voimg::detail::kCodecModuleTypeSizes, (formatValue), \
-                                                              (decodeFunction), (probeFunction)};                    \
-        return &kModule;                                                                                             \
+// or nullptr; and `openRowsFunction`, or nullptr). Used once, in the module's main decoder source.
+#define VO_CODEC_MODULE_WITH_ROWS(formatValue, decodeFunction, probeFunction, openRowsFunction)               \
+    extern "C" __attribute__((visibility("default"))) const ::voimg::detail::CodecModule* vo_codec_module() { \
+        static constexpr ::voimg::detail::CodecModule kModule{::voimg::detail::kCodecModuleAbi,               \
+                                                              ::voimg::detail::kCodecModuleTypeSizes,         \
+                                                              (formatValue),                                  \
+                                                              (decodeFunction),                               \
+                                                              (probeFunction),                                \
+                                                              (openRowsFunction)};                            \
+        return &kModule;                                                                                      \
     }
+#define VO_CODEC_MODULE(formatValue, decodeFunction, probeFunction) \
+    VO_CODEC_MODULE_WITH_ROWS(formatValue, decodeFunction, probeFunction, nullptr)

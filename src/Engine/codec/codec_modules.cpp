@@ -119,6 +119,13 @@ DecodeResult decodeWithModule(FileFormat format, const uint8_t* data, size_t siz
     return module->decode(data, size, options, error);
 }
 
+std::unique_ptr<RowReader> openRowsWithModule(FileFormat format, ByteSource& source, const DecodeOptions& options,
+                                              std::string* error) {
+    const CodecModule* module = moduleFor(format, error);
+    if (module == nullptr || module->openRows == nullptr) return nullptr;
+    return std::unique_ptr<RowReader>(module->openRows(source, options, error));
+}
+
 bool probeWithModule(FileFormat format, ByteSource& source, ImageInfo& info, std::string* error) {
     const CodecModule* module = moduleFor(format, error);
     if (module == nullptr) return false;

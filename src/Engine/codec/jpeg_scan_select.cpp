@@ -32,6 +32,8 @@
 // always correct.
 #include "jpeg_scan_select_p.h"
 
+#include "../resample_taps_p.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -230,13 +232,7 @@ bool parse(const uint8_t* data, size_t size, Parsed& out) {
     }
 }
 
-double lanczos3(double x) {
-    x = std::fabs(x);
-    if (x < 1e-9) return 1;
-    if (x >= 3) return 0;
-    const double px = M_PI * x;
-    return 3 * std::sin(px) * std::sin(px / 3) / (px * px);
-}
+double lanczos3(double x) { return ResampleKernel{3.0, 1.0}(x); }
 
 // How much of each DCT basis function (u = 0..7, along one axis) survives the shrink to the thumbnail: the
 // root-mean-square response of the resampling filter (Lanczos-3 widened by the reduction, as the engine

@@ -1,18 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include "codec_module_p.h"
 #include "row_reader_p.h"
 
 #include <cstring>
 
 namespace voimg {
 namespace detail {
-
-void StreamingRowReader::fillGrey(uint8_t* out, int count) const {
-    DecodedImage rows;
-    rows.width = width_, rows.height = count, rows.sixteenBit = sixteenBit_;
-    rows.pixels.resize(size_t(count) * stride());
-    fillMissingRows(rows, 0, count);
-    std::memcpy(out, rows.pixels.data(), rows.pixels.size());
-}
 
 namespace {
 
@@ -37,7 +30,39 @@ private:
     int next_ = 0;
 };
 
+// A module's reader together with the file it reads from.
+class OwningRowReader final : public RowReader {
+public:
+    OwningRowReader(std::unique_ptr<FileSource> file, std::unique_ptr<RowReader> reader)
+        : file_(std::move(file)), reader_(std::move(reader)) {
+        width_ = reader_->width(), height_ = reader_->height(), sixteenBit_ = reader_->sixteenBit();
+        hasAlpha_ = reader_->hasAlpha();
+    }
+    ~OwningRowReader() override { reader_.reset(); }  // before the file it reads
+    int readRows(uint8_t* out, int maxRows) override { return reader_->readRows(out, maxRows); }
+    [[nodiscard]] size_t rawStride() const override { return reader_->rawStride(); }
+    [[nodiscard]] bool finishesRows() const override { return reader_->finishesRows(); }
+    const uint8_t* finishRows(uint8_t* raw, int count, uint8_t* scratch) override {
+        return reader_->finishRows(raw, count, scratch);
+    }
+
+private:
+    std::unique_ptr<FileSource> file_;
+    std::unique_ptr<RowReader> reader_;
+};
+
 }  // namespace
+
+std::unique_ptr<RowReader> openModuleRowReader(FileFormat format, std::unique_ptr<FileSource>& file,
+                                               const RowReadOptions& options, std::string* error) {
+    DecodeOptions decodeOptions;
+    decodeOptions.scaleDenominator = options.scaleDenominator;
+    decodeOptions.maxPixels = options.maxPixels;
+    std::unique_ptr<RowReader> reader = openRowsWithModule(format, *file, decodeOptions, error);
+    if (!reader) return nullptr;
+    return std::make_unique<OwningRowReader>(std::move(file), std::move(reader));
+}
+
 }  // namespace detail
 
 std::unique_ptr<RowReader> openRowReader(const std::string& path, const RowReadOptions& options, std::string* error) {
@@ -50,6 +75,14 @@ std::unique_ptr<RowReader> openRowReader(const std::string& path, const RowReadO
         const size_t headLength = file->readAt(0, head, sizeof head);
         const FileFormat format = sniffFormat(head, headLength);
         if (format == FileFormat::Jpeg) return openJpegRowReader(std::move(file), options, error);
+        if (format == FileFormat::Tiff) {
+            std::string moduleError;
+            if (auto reader = openModuleRowReader(format, file, options, &moduleError)) return reader;
+            if (!moduleError.empty()) {  // unreadable, or no module: as the whole decode would say
+                setError(error, moduleError);
+                return nullptr;
+            }
+        }
         if (format == FileFormat::Png) {
             if (auto reader = openInflatingPngRowReader(file, options)) return reader;
             std::string pngError;

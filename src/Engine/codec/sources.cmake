@@ -49,6 +49,7 @@ set(VO_CODEC_TIFF_SOURCES
   codec/tiff_io.cpp
   codec/tiff_decoder.cpp
   codec/tiff_direct.cpp
+  codec/tiff_rows.cpp
 )
 set(VO_CODEC_WEBP_SOURCES codec/webp_decoder.cpp)
 set(VO_CODEC_GIF_SOURCES codec/gif_decoder.cpp)

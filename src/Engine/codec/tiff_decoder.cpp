@@ -14,33 +14,6 @@
 namespace voimg::detail {
 namespace {
 
-struct Layout {
-    uint16_t bitsPerSample = 1, samplesPerPixel = 1, photometric = PHOTOMETRIC_MINISBLACK;
-    uint16_t planar = PLANARCONFIG_CONTIG, sampleFormat = SAMPLEFORMAT_UINT, inkSet = INKSET_CMYK;
-    int alphaIndex = -1;  // sample holding alpha, if an extra sample is declared as alpha
-    bool premultiplied = false;
-};
-
-Layout readLayout(TIFF* tif) {
-    Layout l;
-    TIFFGetFieldDefaulted(tif, TIFFTAG_BITSPERSAMPLE, &l.bitsPerSample);
-    TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &l.samplesPerPixel);
-    TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &l.planar);
-    TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLEFORMAT, &l.sampleFormat);
-    TIFFGetFieldDefaulted(tif, TIFFTAG_INKSET, &l.inkSet);
-    TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &l.photometric);
-    uint16_t extraCount = 0;
-    uint16_t* extraTypes = nullptr;
-    const int colourSamples = l.photometric == PHOTOMETRIC_RGB ? 3 : l.photometric == PHOTOMETRIC_SEPARATED ? 4 : 1;
-    if (TIFFGetField(tif, TIFFTAG_EXTRASAMPLES, &extraCount, &extraTypes) && extraCount > 0 && extraTypes &&
-        l.samplesPerPixel > colourSamples &&
-        (extraTypes[0] == EXTRASAMPLE_ASSOCALPHA || extraTypes[0] == EXTRASAMPLE_UNASSALPHA)) {
-        l.alphaIndex = colourSamples;
-        l.premultiplied = extraTypes[0] == EXTRASAMPLE_ASSOCALPHA;
-    }
-    return l;
-}
-
 // libtiff's RGBA reader: packed ABGR words (R in the low byte), with alpha always premultiplied.
 bool readRgba8(TIFF* tif, DecodedImage& image, std::string* error) {
     char message[1024] = {};
@@ -67,7 +40,8 @@ bool readRgba8(TIFF* tif, DecodedImage& image, std::string* error) {
     return true;
 }
 
-bool readCmyk8(TIFF* tif, const Layout& layout, DecodedImage& image, const CmykToSrgb& converter, std::string* error) {
+bool readCmyk8(TIFF* tif, const TiffLayout& layout, DecodedImage& image, const CmykToSrgb& converter,
+               std::string* error) {
     const tmsize_t scanline = TIFFScanlineSize(tif);
     if (scanline < tmsize_t(image.width) * layout.samplesPerPixel) {
         setError(error, "invalid TIFF layout");
@@ -93,6 +67,26 @@ bool readCmyk8(TIFF* tif, const Layout& layout, DecodedImage& image, const CmykT
 
 }  // namespace
 
+TiffLayout readTiffLayout(TIFF* tif) {
+    TiffLayout l;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_BITSPERSAMPLE, &l.bitsPerSample);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &l.samplesPerPixel);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &l.planar);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLEFORMAT, &l.sampleFormat);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_INKSET, &l.inkSet);
+    TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &l.photometric);
+    uint16_t extraCount = 0;
+    uint16_t* extraTypes = nullptr;
+    const int colourSamples = l.photometric == PHOTOMETRIC_RGB ? 3 : l.photometric == PHOTOMETRIC_SEPARATED ? 4 : 1;
+    if (TIFFGetField(tif, TIFFTAG_EXTRASAMPLES, &extraCount, &extraTypes) && extraCount > 0 && extraTypes &&
+        l.samplesPerPixel > colourSamples &&
+        (extraTypes[0] == EXTRASAMPLE_ASSOCALPHA || extraTypes[0] == EXTRASAMPLE_UNASSALPHA)) {
+        l.alphaIndex = colourSamples;
+        l.premultiplied = extraTypes[0] == EXTRASAMPLE_ASSOCALPHA;
+    }
+    return l;
+}
+
 DecodeResult decodeTiff(const uint8_t* data, size_t size, const DecodeOptions& options, std::string* error) {
     MemorySource source(data, size);
     TiffReader reader;
@@ -107,7 +101,7 @@ DecodeResult decodeTiff(const uint8_t* data, size_t size, const DecodeOptions& o
     TIFFGetField(tif, TIFFTAG_IMAGEWIDTH, &width);
     TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &height);
     if (!checkDimensions(width, height, options.maxPixels, error)) return std::nullopt;
-    const Layout layout = readLayout(tif);
+    const TiffLayout layout = readTiffLayout(tif);
     uint32_t iccSize = 0;
     void* iccData = nullptr;
     if (!TIFFGetField(tif, TIFFTAG_ICCPROFILE, &iccSize, &iccData)) iccData = nullptr;
@@ -145,4 +139,5 @@ DecodeResult decodeTiff(const uint8_t* data, size_t size, const DecodeOptions& o
 }  // namespace voimg::detail
 
 // This decoder is built as a codec module.
-VO_CODEC_MODULE(voimg::FileFormat::Tiff, voimg::detail::decodeTiff, voimg::detail::probeTiff)
+VO_CODEC_MODULE_WITH_ROWS(voimg::FileFormat::Tiff, voimg::detail::decodeTiff, voimg::detail::probeTiff,
+                          voimg::detail::openTiffRows)

@@ -33,18 +33,11 @@ void paintGrey(DecodedImage& image, uint32_t x, uint32_t y, uint32_t cols, uint3
 
 template <typename T>
 bool readDirect(TIFF* tif, DecodedImage& image, int alphaIndex, bool premultiplied) {
-    uint16_t spp = 1, planar = PLANARCONFIG_CONTIG, photometric = PHOTOMETRIC_MINISBLACK;
+    uint16_t spp = 1, planar = PLANARCONFIG_CONTIG;
     TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &spp);
     TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &planar);
-    TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &photometric);
     const uint32_t width = uint32_t(image.width), height = uint32_t(image.height);
-    const bool grey = photometric != PHOTOMETRIC_RGB;
-    const bool invert = photometric == PHOTOMETRIC_MINISWHITE;
-
-    // Which RGBA channels each stored sample feeds (bit mask), for the samples we use.
-    const int used = std::min<int>(spp, std::max(grey ? 1 : 3, alphaIndex + 1));
-    uint8_t channels[4] = {};
-    for (int s = 0; s < used; ++s) channels[s] = s == alphaIndex ? 8 : grey ? 7 : uint8_t(1u << s);
+    const DirectSamples samples = DirectSamples::of(tif, alphaIndex);
 
     const bool tiled = TIFFIsTiled(tif);
     uint32_t blockW = width, blockH = height;
@@ -70,36 +63,24 @@ bool readDirect(TIFF* tif, DecodedImage& image, int alphaIndex, bool premultipli
         for (size_t i = 0, n = size_t(width) * height; i < n; ++i) px[i * 4 + 3] = kMax<T>;
     }
     bool anyBlock = false;
-    const int planes = separate ? used : 1;
+    const int planes = separate ? samples.used : 1;
     for (int plane = 0; plane < planes; ++plane) {
         for (uint32_t by = 0; by < height; by += blockH) {
             for (uint32_t bx = 0; bx < width; bx += blockW) {
                 const uint32_t rows = std::min(blockH, height - by), cols = std::min(blockW, width - bx);
-                const tmsize_t got =
-                    tiled ? TIFFReadEncodedTile(tif, TIFFComputeTile(tif, bx, by, 0, uint16_t(plane)), buffer.data(),
-                                                tmsize_t(blockBytes))
-                          : TIFFReadEncodedStrip(tif, TIFFComputeStrip(tif, by, uint16_t(plane)), buffer.data(),
-                                                 tmsize_t(blockBytes));
+                const tmsize_t got = tiled ? TIFFReadEncodedTile(tif, TIFFComputeTile(tif, bx, by, 0, uint16_t(plane)),
+                                                                 buffer.data(), tmsize_t(blockBytes))
+                                           : TIFFReadEncodedStrip(tif, TIFFComputeStrip(tif, by, uint16_t(plane)),
+                                                                  buffer.data(), tmsize_t(blockBytes));
                 const uint64_t needed = (uint64_t(blockW) * (rows - 1) + cols) * samplesInBlock * sizeof(T);
                 if (got < 0 || uint64_t(got) < needed) {
                     paintGrey<T>(image, bx, by, cols, rows);
                     continue;
                 }
                 anyBlock = true;
-                for (uint32_t r = 0; r < rows; ++r) {
-                    const T* src = buffer.data() + size_t(r) * blockW * samplesInBlock;
-                    T* dst = pixelAt<T>(image, bx, by + r);
-                    for (uint32_t c = 0; c < cols; ++c, src += samplesInBlock, dst += 4) {
-                        for (uint32_t k = 0; k < samplesInBlock; ++k) {
-                            const int s = separate ? plane : int(k);
-                            if (s >= used) continue;
-                            T v = src[k];
-                            if (invert && s == 0) v = T(kMax<T> - v);
-                            for (int ch = 0; ch < 4; ++ch)
-                                if (channels[s] & (1u << ch)) dst[ch] = v;
-                        }
-                    }
-                }
+                for (uint32_t r = 0; r < rows; ++r)
+                    samples.copy<T>(buffer.data() + size_t(r) * blockW * samplesInBlock, samplesInBlock, cols,
+                                    separate ? plane : -1, pixelAt<T>(image, bx, by + r));
             }
         }
     }
