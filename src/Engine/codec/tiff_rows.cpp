@@ -62,9 +62,11 @@ public:
         return true;
     }
 
-    // Raw rows are the stored samples behind one byte that says whether the strip decoded; expanding them
-    // to RGBA (and converting a profile) is left to finishRows, off the decompressing thread.
-    [[nodiscard]] size_t rawStride() const override { return 1 + rowBytes_; }
+    // Raw rows are the stored samples behind a prefix whose first byte says whether the strip decoded (eight
+    // bytes, so 16-bit samples stay aligned); expanding them to RGBA (and converting a profile) is left to
+    // finishRows, off the decompressing thread.
+    static constexpr size_t kPrefix = 8;
+    [[nodiscard]] size_t rawStride() const override { return kPrefix + rowBytes_; }
     [[nodiscard]] bool finishesRows() const override { return true; }
 
     int readRows(uint8_t* out, int maxRows) override {
@@ -75,7 +77,8 @@ public:
             if (strip != loadedStrip_) loadStrip(strip);
             raw[0] = stripGood_ ? 1 : 0;
             if (stripGood_)
-                std::memcpy(raw + 1, strip_.data() + size_t(uint32_t(next_) % rowsPerStrip_) * rowBytes_, rowBytes_);
+                std::memcpy(raw + kPrefix, strip_.data() + size_t(uint32_t(next_) % rowsPerStrip_) * rowBytes_,
+                            rowBytes_);
         }
         return count;
     }
@@ -89,9 +92,9 @@ public:
                 continue;
             }
             if (sixteenBit_) {
-                copyRow(reinterpret_cast<const uint16_t*>(in + 1), reinterpret_cast<uint16_t*>(row));
+                copyRow(reinterpret_cast<const uint16_t*>(in + kPrefix), reinterpret_cast<uint16_t*>(row));
             } else {
-                copyRow(in + 1, row);
+                copyRow(in + kPrefix, row);
             }
             if (icc_) icc_->convert(row, size_t(width_));
         }
