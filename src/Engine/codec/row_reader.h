@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Reading a picture a few rows at a time, top row first, so that a caller that shrinks it never holds the
-// whole picture: baseline JPEG and non-interlaced PNG stream from the file with memory that does not grow
-// with the picture. Progressive JPEG keeps its coefficients (the format needs them all before the first
-// row), and the other formats are decoded whole and handed out row by row.
+// whole picture: baseline JPEG, non-interlaced PNG and the common stripped TIFFs stream from the file with
+// memory that does not grow with the picture. Progressive JPEG keeps its coefficients (the format needs
+// them all before the first row), and the other formats are decoded whole and handed out row by row.
 //
 // Pixels follow the conventions of codec.h: RGBA, straight alpha, sRGB (profiles converted), 8 or 16 bits.
 #pragma once
