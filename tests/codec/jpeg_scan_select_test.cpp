@@ -63,16 +63,8 @@ Picture makePhotoLike(int width, int height, int channels, uint32_t seed = 7) {
     return p;
 }
 
-[[noreturn]] void throwError(j_common_ptr cinfo) {
-    char message[JMSG_LENGTH_MAX];
-    cinfo->err->format_message(cinfo, message);
-    throw std::runtime_error(message);
-}
-
-using ScanSpec = JpegScan;
-
 // Encodes with libjpeg: the standard progression when `script` is empty, else that scan script.
-Bytes encodeProgressive(const Picture& picture, int quality, const std::vector<ScanSpec>& script = {},
+Bytes encodeProgressive(const Picture& picture, int quality, const std::vector<JpegScan>& script = {},
                         int restartRows = 0, int lumaSampling = 2) {
     JpegParams params;
     params.colour = picture.channels == 1 ? JpegColour::Grey : JpegColour::Rgb;
@@ -148,18 +140,7 @@ Decoded decodeScaled(const Bytes& jpeg, unsigned denominator, bool blockSmoothin
     return result;
 }
 
-int imageHeight(const Bytes& jpeg) {
-    jpeg_decompress_struct cinfo{};
-    jpeg_error_mgr err{};
-    cinfo.err = jpeg_std_error(&err);
-    err.error_exit = throwError;
-    jpeg_create_decompress(&cinfo);
-    jpeg_mem_src(&cinfo, jpeg.data(), jpeg.size());
-    jpeg_read_header(&cinfo, TRUE);
-    const int height = int(cinfo.image_height);
-    jpeg_destroy_decompress(&cinfo);
-    return height;
-}
+int imageHeight(const Bytes& jpeg) { return decodeJpegRaw(jpeg).height; }
 
 // The DCT scale the thumbnail decoder uses: the largest of 1, 2, 4, 8 that leaves at least twice the
 // output height.
@@ -362,7 +343,7 @@ TEST(JpegScanSelect, LargeReductionsKeepLittleAndStillMatch) {
 
 TEST(JpegScanSelect, DcScansAreAlwaysKept) {
     // DC split per component with its own refinement, spectral selection only for the AC bands.
-    const std::vector<ScanSpec> script = {{{0}, 0, 0, 0, 1},  {{1}, 0, 0, 0, 1},      {{2}, 0, 0, 0, 1},
+    const std::vector<JpegScan> script = {{{0}, 0, 0, 0, 1},  {{1}, 0, 0, 0, 1},      {{2}, 0, 0, 0, 1},
                                           {{0}, 1, 5, 0, 0},  {{1}, 1, 63, 0, 0},     {{2}, 1, 63, 0, 0},
                                           {{0}, 6, 63, 0, 0}, {{0, 1, 2}, 0, 0, 1, 0}};
     const Bytes jpeg = encodeProgressive(photo(), 90, script, 0, 1);
@@ -382,7 +363,7 @@ TEST(JpegScanSelect, DcScansAreAlwaysKept) {
 }
 
 TEST(JpegScanSelect, SpectralSelectionDropsOnlyHighBands) {
-    const std::vector<ScanSpec> script = {{{0, 1, 2}, 0, 0, 0, 0}, {{0}, 1, 2, 0, 0}, {{0}, 3, 8, 0, 0},
+    const std::vector<JpegScan> script = {{{0, 1, 2}, 0, 0, 0, 0}, {{0}, 1, 2, 0, 0}, {{0}, 3, 8, 0, 0},
                                           {{1}, 1, 5, 0, 0},       {{2}, 1, 5, 0, 0}, {{0}, 9, 63, 0, 0},
                                           {{1}, 6, 63, 0, 0},      {{2}, 6, 63, 0, 0}};
     const Bytes jpeg = encodeProgressive(photo(), 92, script);
@@ -395,7 +376,7 @@ TEST(JpegScanSelect, SpectralSelectionDropsOnlyHighBands) {
 TEST(JpegScanSelect, RefinementKeepsTheHistoryOfItsBand) {
     // The luma refinement to Al = 1 spans bands first sent in three scans: keeping it keeps all three,
     // however little of 10..63 the thumbnail needs.
-    const std::vector<ScanSpec> script = {{{0, 1, 2}, 0, 0, 0, 1}, {{0}, 1, 2, 0, 2},       {{1}, 1, 63, 0, 1},
+    const std::vector<JpegScan> script = {{{0, 1, 2}, 0, 0, 0, 1}, {{0}, 1, 2, 0, 2},       {{1}, 1, 63, 0, 1},
                                           {{2}, 1, 63, 0, 1},      {{0}, 3, 9, 0, 2},       {{0}, 10, 63, 0, 2},
                                           {{0}, 1, 63, 2, 1},      {{0, 1, 2}, 0, 0, 1, 0}, {{1}, 1, 63, 1, 0},
                                           {{2}, 1, 63, 1, 0},      {{0}, 1, 9, 1, 0},       {{0}, 10, 63, 1, 0}};

@@ -47,11 +47,11 @@ Bytes encodeJpeg(const Picture& picture, const JpegParams& params) {
     std::vector<jpeg_scan_info> script;
     if (params.progressive && params.scans.empty()) jpeg_simple_progression(&cinfo);
     if (params.progressive && !params.scans.empty()) {
-        for (const JpegScan& spec : params.scans) {
+        for (const JpegScan& wanted : params.scans) {
             jpeg_scan_info scan{};
-            scan.comps_in_scan = int(spec.components.size());
-            for (size_t i = 0; i < spec.components.size(); ++i) scan.component_index[i] = spec.components[i];
-            scan.Ss = spec.ss, scan.Se = spec.se, scan.Ah = spec.ah, scan.Al = spec.al;
+            scan.comps_in_scan = int(wanted.components.size());
+            for (size_t i = 0; i < wanted.components.size(); ++i) scan.component_index[i] = wanted.components[i];
+            scan.Ss = wanted.ss, scan.Se = wanted.se, scan.Ah = wanted.ah, scan.Al = wanted.al;
             script.push_back(scan);
         }
         cinfo.scan_info = script.data();
