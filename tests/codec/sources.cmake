@@ -9,6 +9,7 @@ set(VO_CODEC_TEST_SOURCES
   codec/write_heif_bmp.cpp
   codec/jpeg_decode_test.cpp
   codec/jpeg_scan_select_test.cpp
+  codec/jpeg_split_decode_test.cpp
   codec/png_decode_test.cpp
   codec/png_unfilter_test.cpp
   codec/row_reader_test.cpp

@@ -6,6 +6,7 @@
 #include "icc_convert_p.h"
 #include "jpeg_common_p.h"
 #include "jpeg_scan_select_p.h"
+#include "jpeg_split_rows_p.h"
 #include "row_reader_p.h"
 
 #include <csetjmp>
@@ -99,6 +100,12 @@ public:
         const int wanted = std::min(maxRows, height_ - produced_);
         if (wanted <= 0) return 0;
         int count = 0;
+        if (split_) {
+            count = split_->readRows(out, wanted);
+            if (iccToSrgb_) iccToSrgb_->convert(out, size_t(count) * size_t(width_));
+            produced_ += count;
+            return count;
+        }
         if (!pending_.empty()) {
             count = std::min(wanted, pendingRows_ - pendingTaken_);
             std::memcpy(out, pending_.data() + size_t(pendingTaken_) * stride(), size_t(count) * stride());
@@ -138,6 +145,14 @@ private:
             iccToSrgb_ =
                 std::make_unique<IccToSrgb>(icc_, iccSize_, grey ? IccLayout::GreyInRgba : IccLayout::Rgb, false);
         if (iccToSrgb_ && !iccToSrgb_->converts()) iccToSrgb_.reset();
+        if (!cinfo_.progressive_mode && cinfo_.scale_denom > 1) {
+            const uint64_t dataStart = window_.offset - cinfo_.src->bytes_in_buffer;
+            split_ = SplitJpegRows::open(cinfo_, *file_, dataStart, cinfo_.scale_denom, options_.splitJpegBytes);
+            if (split_) {
+                setSize(split_->width(), split_->height(), false, false);
+                return true;
+            }
+        }
         jpeg_calc_output_dimensions(&cinfo_);
         setSize(int(cinfo_.output_width), int(cinfo_.output_height), false, false);
         jpeg_start_decompress(&cinfo_);
@@ -216,6 +231,7 @@ private:
     unsigned iccSize_ = 0;
     std::unique_ptr<CmykToSrgb> cmyk_;
     std::unique_ptr<IccToSrgb> iccToSrgb_;
+    std::unique_ptr<SplitJpegRows> split_;
     std::vector<JSAMPROW> rowPointers_;
     std::vector<uint8_t> pending_;
     int pendingRows_ = 0;

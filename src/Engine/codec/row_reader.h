@@ -22,6 +22,9 @@ struct RowReadOptions {
     // of the largest result). A progressive JPEG then skips the scans that carry only finer detail.
     double finalReduction = 1;
     uint64_t maxPixels = kDefaultMaxPixels;
+    // A baseline JPEG decoded at 1/2, 1/4 or 1/8 with at least this many bytes of compressed data is
+    // decoded by several threads (on a machine with two cores or more).
+    uint64_t splitJpegBytes = uint64_t(1) << 20;
 };
 
 class RowReader {

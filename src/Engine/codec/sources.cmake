@@ -15,6 +15,19 @@ set(VO_CODEC_SOURCES
   codec/jpeg_row_reader.cpp
   codec/jpeg_scan_select_p.h
   codec/jpeg_scan_select.cpp
+  codec/jpeg_huffman_p.h
+  codec/jpeg_huffman.cpp
+  codec/jpeg_reduced_idct_p.h
+  codec/jpeg_reduced_idct.cpp
+  codec/jpeg_baseline_scan_p.h
+  codec/jpeg_baseline_scan.cpp
+  codec/jpeg_mcu_decode_p.h
+  codec/jpeg_split_scan_p.h
+  codec/jpeg_split_scan.cpp
+  codec/jpeg_split_rows_p.h
+  codec/jpeg_split_rows.cpp
+  codec/jpeg_ycbcr_rows_p.h
+  codec/jpeg_ycbcr_rows.cpp
   codec/png_decoder.cpp
   codec/png_row_reader.cpp
   codec/png_inflate_row_reader.cpp
