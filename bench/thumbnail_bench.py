@@ -40,7 +40,7 @@ SYSTEM_PYTHON = "/usr/bin/python3"  # the Debian interpreter, which has python3-
 HEIGHTS = (150, 600)  # rendition heights; vothumb names them PREFIX-200.jpg and PREFIX-600.jpg
 SUFFIX = {150: "200", 600: "600"}
 QUALITY = 85
-DECODE_HINT = 2 * max(HEIGHTS)  # peers may decode JPEG down to twice the larger rendition, as vothumb does
+DECODE_HINT = 2 * max(HEIGHTS)  # peers may decode JPEG down to twice the larger rendition
 
 # Targets.
 TIME_VS_FASTEST_PEER = 0.6
@@ -73,8 +73,12 @@ class Picture:
         return self.width * self.height / 1e6
 
     def dct_denominator(self):
-        """The JPEG DCT scale vothumb decodes at: the largest 1/N that leaves at least a 2x shrink to 600."""
-        return max(n for n in (1, 2, 4, 8) if n == 1 or math.ceil(self.height / n) >= DECODE_HINT)
+        """The JPEG DCT scale vothumb decodes at: 1/2 when it leaves a 2x shrink to 600, 1/4 and 1/8 only
+        when they leave a 4x shrink (their wider block averaging needs more shrinking to hide)."""
+        n = 1
+        while n < 8 and self.height / (2 * n) >= (2 if n == 1 else 4) * 600:
+            n *= 2
+        return n
 
     def decode_hint(self):
         """WIDTHxHEIGHT that keeps at least twice the larger rendition (gm -size, jpeg:size, draft)."""
