@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Micro-benchmarks of the engine's kernels: resampling (tiled, and the streaming resizer's passes scalar
-// and SIMD), colour conversion, PNG unfiltering (scalar and SIMD), JPEG colour planes, composition (scalar
-// and SIMD stage, whole compositions) and accumulator updates. Rates are in megapixels per second (of
+// and SIMD), colour conversion, PNG unfiltering (scalar and SIMD), JPEG colour planes, the reduced JPEG
+// IDCTs and YCbCr rows (scalar and SIMD), composition (scalar and SIMD stage, whole compositions) and
+// accumulator updates. Rates are in megapixels per second (of
 // output, or of input for the row kernels).
 #include <benchmark/benchmark.h>
 
@@ -14,6 +15,8 @@
 #include "Common/CoreGraphics/VoImageAccumulator.h"
 #include "Engine/codec/chroma_planes_p.h"
 #include "Engine/codec/codec.h"
+#include "Engine/codec/jpeg_reduced_idct_p.h"
+#include "Engine/codec/jpeg_ycbcr_rows_p.h"
 #include "Engine/codec/png_unfilter_p.h"
 #include "Engine/render_context.h"
 #include "Engine/stream_resizer_kernels_p.h"
@@ -172,6 +175,49 @@ void JpegColourPlanes(benchmark::State& state) {
     setRate(state, 900 * 600);
 }
 BENCHMARK(JpegColourPlanes)->Unit(benchmark::kMillisecond);
+
+// The reduced inverse DCTs of a 1/2 JPEG decode: luma 4x4 from 4x4 coefficients, 4:2:0 chroma 8x8 from
+// 4x4 (rate: blocks per second, in millions).
+void JpegReducedIdct(benchmark::State& state) {
+    const int n = int(state.range(0));
+    const bool simd = state.range(1) != 0;
+    const auto idct = voimg::detail::reducedIdctFor(n, n, 4, 4, simd);
+    std::vector<float> coefficients(size_t(64) * 1024);
+    std::mt19937 random(4);
+    for (float& c : coefficients) c = float(int(random() % 201) - 100);
+    int16_t out[64];
+    for (auto _ : state)
+        for (size_t b = 0; b < 1024; ++b) {
+            idct(coefficients.data() + b * 64, 800, out, 8);
+            benchmark::DoNotOptimize(out);
+        }
+    setRate(state, 1024);
+}
+BENCHMARK(JpegReducedIdct)->ArgsProduct({{4, 8}, {0, 1}})->ArgNames({"size", "simd"})->Unit(benchmark::kMicrosecond);
+
+// Decoded JPEG samples to RGBA, one 3000-pixel row: the scalar reference pixel by pixel, and the row
+// function (SSE2).
+void JpegYcbcrRows(benchmark::State& state) {
+    const bool simd = state.range(0) != 0;
+    const int width = 3000;
+    std::vector<int16_t> y(width), cb(width), cr(width);
+    std::mt19937 random(5);
+    for (int x = 0; x < width; ++x)
+        y[size_t(x)] = int16_t(int(random() % 2000) - 1000), cb[size_t(x)] = int16_t(int(random() % 800) - 400),
+        cr[size_t(x)] = int16_t(int(random() % 800) - 400);
+    std::vector<uint8_t> rgba(size_t(width) * 4);
+    for (auto _ : state) {
+        if (simd)
+            voimg::detail::ycbcrRowToRgba(y.data(), cb.data(), cr.data(), width, rgba.data());
+        else
+            for (int x = 0; x < width; ++x)
+                voimg::detail::ycbcrToRgbaScalar(y[size_t(x)], cb[size_t(x)], cr[size_t(x)],
+                                                 rgba.data() + size_t(x) * 4);
+        benchmark::DoNotOptimize(rgba.data());
+    }
+    setRate(state, width);
+}
+BENCHMARK(JpegYcbcrRows)->Arg(0)->Arg(1)->ArgName("simd")->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
