@@ -39,6 +39,8 @@ bool decodeStill(const uint8_t* data, size_t size, const WebPBitstreamFeatures& 
         config.options.scaled_height = height;
     }
     if (!allocatePixels(image, width, height, false, error)) return false;
+    // libwebp filters on a second thread while it decodes the next rows.
+    config.options.use_threads = 1;
     config.output.colorspace = MODE_RGBA;
     config.output.is_external_memory = 1;
     config.output.u.RGBA.rgba = image.pixels.data();
