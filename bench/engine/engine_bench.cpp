@@ -182,13 +182,14 @@ void JpegReducedIdct(benchmark::State& state) {
     const int n = int(state.range(0));
     const bool simd = state.range(1) != 0;
     const auto idct = voimg::detail::reducedIdctFor(n, n, 4, 4, simd);
-    std::vector<float> coefficients(size_t(64) * 1024);
+    std::vector<int16_t> coefficients(size_t(64) * 1024);
     std::mt19937 random(4);
-    for (float& c : coefficients) c = float(int(random() % 201) - 100);
+    for (int16_t& c : coefficients) c = int16_t(int(random() % 21) - 10);
+    std::vector<float> quant(64, 6.0f);
     int16_t out[64];
     for (auto _ : state)
         for (size_t b = 0; b < 1024; ++b) {
-            idct(coefficients.data() + b * 64, 800, out, 8);
+            idct(coefficients.data() + b * 64, quant.data(), 800, out, 8);
             benchmark::DoNotOptimize(out);
         }
     setRate(state, 1024);

@@ -254,21 +254,24 @@ TEST(ReducedIdctTest, VectorCodeGivesTheScalarReferencesSamples) {
         const auto scalar = voimg::detail::reducedIdctFor(size[0], size[1], size[2], size[3], false);
         ASSERT_TRUE(vector && scalar);
         for (int trial = 0; trial < 50; ++trial) {
-            float coefficients[64] = {};
-            for (int i = 1; i < size[2] * size[3]; ++i) coefficients[i] = float(int(next() % 4001) - 2000);
+            int16_t coefficients[64] = {};
+            float quant[64];
+            for (int i = 0; i < 64; ++i) quant[i] = float(1 + next() % 30);
+            for (int i = 1; i < size[2] * size[3]; ++i) coefficients[i] = int16_t(int(next() % 201) - 100);
             const int32_t dc = int32_t(next());  // any DC share, as after a wrong start
             int16_t a[64], b[64];
-            vector(coefficients, dc, a, 8);
-            scalar(coefficients, dc, b, 8);
+            vector(coefficients, quant, dc, a, 8);
+            scalar(coefficients, quant, dc, b, 8);
             for (int y = 0; y < size[1]; ++y)
                 for (int x = 0; x < size[0]; ++x) ASSERT_EQ(a[y * 8 + x], b[y * 8 + x]) << size[0] << "x" << size[1];
         }
     }
     // A flat block keeps its level whatever the output size: DC 80 with quantiser 1 is 10 levels, 80 eighths.
     for (const int n : {1, 2, 4, 8}) {
-        const float coefficients[64] = {};
+        const int16_t coefficients[64] = {};
+        const float quant[64] = {};
         int16_t out[64];
-        voimg::detail::reducedIdctFor(n, n, n == 8 ? 4 : n, n == 8 ? 4 : n, false)(coefficients, 80, out, 8);
+        voimg::detail::reducedIdctFor(n, n, n == 8 ? 4 : n, n == 8 ? 4 : n, false)(coefficients, quant, 80, out, 8);
         EXPECT_EQ(out[0], 80);
         EXPECT_EQ(out[(n - 1) * 8 + n - 1], 80);
     }

@@ -59,7 +59,7 @@ bool BaselineScanLayout::prepare() {
             const int natural = kZigzagToNatural[size_t(k)];
             const bool used = k != 0 && natural % 8 < kx && natural / 8 < ky;  // DC is added separately
             block.slot[size_t(k)] = uint8_t(used ? natural / 8 * kx + natural % 8 : kSpareSlot);
-            block.quant[size_t(k)] = float(component.quant[natural]);
+            if (used || k == 0) block.quant[size_t(natural / 8 * kx + natural % 8)] = float(component.quant[natural]);
         }
         for (int by = 0; by < v; ++by)
             for (int bx = 0; bx < h; ++bx) {

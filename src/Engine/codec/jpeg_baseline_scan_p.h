@@ -38,7 +38,7 @@ struct BaselineScanLayout {
         ReducedIdct idct = nullptr;
         int coefficientCount = 0;        // the KX x KY low coefficients the IDCT reads
         std::array<uint8_t, 64> slot{};  // each zigzag coefficient's index among those, else kSpareSlot
-        std::array<float, 64> quant{};   // zigzag order
+        std::array<float, 16> quant{};   // the quantisers of those coefficients, in the same order
     };
     std::vector<Block> blocks;
 

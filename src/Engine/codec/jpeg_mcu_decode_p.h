@@ -4,6 +4,8 @@
 
 #include "jpeg_baseline_scan_p.h"
 
+#include <cstring>
+
 namespace voimg::detail {
 
 // Decodes the next MCU into `samples` (mcuSamples() values: each component's mcuWidth x mcuHeight plane),
@@ -17,10 +19,12 @@ void decodeMcu(const BaselineScanLayout& layout, EntropyBits& state, Refill&& re
     const auto ensure = [&] {
         if (bits.available() < 32 && !bits.refill()) bits = refill(bits);
     };
-    alignas(32) float coefficients[64];
+    // Quantised values of the coefficients the IDCT reads (at most 4 x 4, then the spare slot): kept as
+    // integers here, dequantised by the IDCT a whole row at a time.
+    alignas(16) int16_t coefficients[64];
     for (const BaselineScanLayout::Block& block : layout.blocks) {
         const BaselineComponent& component = layout.components[size_t(block.component)];
-        for (int i = 0; i < block.coefficientCount; ++i) coefficients[i] = 0.0f;
+        std::memset(coefficients, 0, 16 * sizeof(int16_t));
         ensure();
         int size = decodeSymbol(bits, *component.dc);
         int diff = 0;
@@ -55,11 +59,11 @@ void decodeMcu(const BaselineScanLayout& layout, EntropyBits& state, Refill&& re
             // Without a branch: coefficients the IDCT does not read land in a spare slot, and a run past the
             // block's end (corrupt data) wraps harmlessly before the loop ends.
             const size_t zigzag = size_t(k & 63);
-            coefficients[block.slot[zigzag]] = float(value) * block.quant[zigzag];
+            coefficients[block.slot[zigzag]] = int16_t(value);
             ++k;
         }
         const uint32_t dc = uint32_t(predictors[block.component]) * component.quant[0];
-        block.idct(coefficients, int32_t(dc), samples + block.offset, layout.mcuWidth);
+        block.idct(coefficients, block.quant.data(), int32_t(dc), samples + block.offset, layout.mcuWidth);
     }
     state = bits;
 }

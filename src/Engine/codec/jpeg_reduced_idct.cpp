@@ -5,8 +5,10 @@
 #include <cmath>
 
 #if defined(__SSE2__)
-#include <emmintrin.h>
+#include <immintrin.h>
 #endif
+
+#include "Engine/simd_target.h"
 
 namespace voimg::detail {
 namespace {
@@ -38,9 +40,11 @@ inline int16_t toEighths(float ac, int32_t dc) {
 }
 
 template <int NX, int NY, int KX, int KY, bool Vector>
-void reducedIdct(const float* coefficients, int32_t dc, int16_t* out, int outStride) {
+void reducedIdct(const int16_t* quantised, const float* quant, int32_t dc, int16_t* out, int outStride) {
     const auto& bx = bases().basis[NX];
     const auto& by = bases().basis[NY];
+    float coefficients[KX * KY];
+    for (int i = 0; i < KX * KY; ++i) coefficients[i] = float(quantised[i]) * quant[i];
 #if defined(__SSE2__)
     if constexpr (Vector && NX % 4 == 0) {
         constexpr int kVectors = NX / 4;
@@ -88,6 +92,38 @@ void reducedIdct(const float* coefficients, int32_t dc, int16_t* out, int outStr
     }
 }
 
+#if defined(__SSE2__)
+// Eight-sample rows (chroma at a 1/2 decode) in one AVX2 register: the same operations as the SSE2 code in
+// the same order, so the same samples, in half the instructions. No FMA, which would round differently.
+template <int NY, int KX, int KY>
+__attribute__((target("avx2"))) void reducedIdctWide(const int16_t* quantised, const float* quant, int32_t dc,
+                                                     int16_t* out, int outStride) {
+    const auto& bx = bases().basis[8];
+    const auto& by = bases().basis[NY];
+    float coefficients[KX * KY];
+    for (int i = 0; i < KX * KY; ++i) coefficients[i] = float(quantised[i]) * quant[i];
+    __m256 rows[KY];
+    for (int v = 0; v < KY; ++v) {
+        rows[v] = _mm256_setzero_ps();
+        for (int u = 0; u < KX; ++u)
+            rows[v] = _mm256_add_ps(rows[v], _mm256_mul_ps(_mm256_set1_ps(coefficients[v * KX + u]),
+                                                           _mm256_loadu_ps(bx[size_t(u)].data())));
+    }
+    const __m256 lowest = _mm256_set1_ps(-32768.0f), highest = _mm256_set1_ps(32767.0f), eight = _mm256_set1_ps(8.0f);
+    const __m256i dcShare = _mm256_set1_epi32(dc);
+    for (int y = 0; y < NY; ++y) {
+        __m256 line = _mm256_setzero_ps();
+        for (int v = 0; v < KY; ++v)
+            line = _mm256_add_ps(line, _mm256_mul_ps(_mm256_set1_ps(by[size_t(v)][size_t(y)]), rows[v]));
+        line = _mm256_min_ps(_mm256_max_ps(_mm256_mul_ps(line, eight), lowest), highest);
+        __m256i words = _mm256_add_epi32(_mm256_cvtps_epi32(line), dcShare);
+        words = _mm256_srai_epi32(_mm256_slli_epi32(words, 16), 16);
+        const __m128i packed = _mm_packs_epi32(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + y * outStride), packed);
+    }
+}
+#endif
+
 // Output sizes N and coefficient counts K per axis, K = N or N / 2.
 template <int NX, int KX, bool Vector>
 ReducedIdct forHeight(int ny, int ky) {
@@ -116,6 +152,12 @@ ReducedIdct forSize(int nx, int ny, int kx, int ky) {
 }  // namespace
 
 ReducedIdct reducedIdctFor(int nx, int ny, int kx, int ky, bool vector) {
+#if defined(__SSE2__)
+    if (vector && cpuRunsAvx2() && nx == 8 && kx == 4 && ky == 4) {
+        if (ny == 8) return reducedIdctWide<8, 4, 4>;
+        if (ny == 4) return reducedIdctWide<4, 4, 4>;
+    }
+#endif
     return vector ? forSize<true>(nx, ny, kx, ky) : forSize<false>(nx, ny, kx, ky);
 }
 

@@ -9,13 +9,14 @@
 
 namespace voimg::detail {
 
-// Coefficients are dequantised: the low KY rows of KX, in natural order, and the DC coefficient must be 0: its share of
-// every sample, exactly DC x its quantiser in eighths, comes as `dc`. Samples are written in eighths of a level,
-// centred on 0 (add 128 after dividing by 8), modulo 2^16.
-using ReducedIdct = void (*)(const float* coefficients, int32_t dc, int16_t* out, int outStride);
+// Coefficients are quantised values with their quantisers: the low KY rows of KX, in natural order, and
+// the DC coefficient must be 0: its share of every sample, exactly DC x its quantiser in eighths, comes as
+// `dc`. Samples are written in eighths of a level, centred on 0 (add 128 after dividing by 8), modulo 2^16.
+using ReducedIdct = void (*)(const int16_t* coefficients, const float* quant, int32_t dc, int16_t* out, int outStride);
 
 // N each 1, 2, 4 or 8, and K = N or N / 2; null otherwise. `vector`: SSE2 code for rows of 4 or 8
-// samples; else the scalar reference, which gives the same samples.
+// samples (AVX2 for 8 where the processor has it); else the scalar reference, which gives the same
+// samples.
 [[nodiscard]] ReducedIdct reducedIdctFor(int nx, int ny, int kx, int ky, bool vector);
 
 }  // namespace voimg::detail
