@@ -67,7 +67,7 @@ bool BaselineScanLayout::prepare() {
                 blocks.push_back(block);
             }
     }
-    return blocks.size() <= 10;  // the format's limit per MCU
+    return blocks.size() <= kMaxBlocksPerMcu;
 }
 
 }  // namespace voimg::detail

@@ -20,6 +20,8 @@ struct BaselineComponent {
     const HuffmanDecodeTable* ac = nullptr;
 };
 
+inline constexpr size_t kMaxBlocksPerMcu = 10;  // the format's limit
+
 struct BaselineScanLayout {
     static constexpr uint8_t kSpareSlot = 63;  // never read: the IDCT reads at most 4 x 4 coefficients
     int width = 0, height = 0;                 // full size

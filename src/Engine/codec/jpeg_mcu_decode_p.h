@@ -19,12 +19,17 @@ void decodeMcu(const BaselineScanLayout& layout, EntropyBits& state, Refill&& re
     const auto ensure = [&] {
         if (bits.available() < 32 && !bits.refill()) bits = refill(bits);
     };
-    // Quantised values of the coefficients the IDCT reads (at most 4 x 4, then the spare slot): kept as
-    // integers here, dequantised by the IDCT a whole row at a time.
-    alignas(16) int16_t coefficients[64];
-    for (const BaselineScanLayout::Block& block : layout.blocks) {
+    // Quantised values of the coefficients each block's IDCT reads (at most 4 x 4, then the spare slot),
+    // and its DC share. All blocks are entropy-decoded before any IDCT runs, so that the decoding loop
+    // makes no calls and keeps the bit reader in registers.
+    alignas(16) int16_t coefficients[kMaxBlocksPerMcu][64];
+    int32_t dcShares[kMaxBlocksPerMcu];
+    const size_t blockCount = layout.blocks.size();
+    for (size_t b = 0; b < blockCount; ++b) {
+        const BaselineScanLayout::Block& block = layout.blocks[b];
         const BaselineComponent& component = layout.components[size_t(block.component)];
-        std::memset(coefficients, 0, 16 * sizeof(int16_t));
+        int16_t* coefficient = coefficients[b];
+        std::memset(coefficient, 0, 16 * sizeof(int16_t));
         ensure();
         int size = decodeSymbol(bits, *component.dc);
         int diff = 0;
@@ -35,6 +40,7 @@ void decodeMcu(const BaselineScanLayout& layout, EntropyBits& state, Refill&& re
         }
         // Modulo 2^32: a decoding that started mid-stream may drift anywhere before it resynchronises.
         predictors[block.component] = int32_t(uint32_t(predictors[block.component]) + uint32_t(diff));
+        dcShares[b] = int32_t(uint32_t(predictors[block.component]) * component.quant[0]);
 
         const HuffmanDecodeTable& ac = *component.ac;
         for (int k = 1; k < 64;) {
@@ -59,13 +65,15 @@ void decodeMcu(const BaselineScanLayout& layout, EntropyBits& state, Refill&& re
             // Without a branch: coefficients the IDCT does not read land in a spare slot, and a run past the
             // block's end (corrupt data) wraps harmlessly before the loop ends.
             const size_t zigzag = size_t(k & 63);
-            coefficients[block.slot[zigzag]] = int16_t(value);
+            coefficient[block.slot[zigzag]] = int16_t(value);
             ++k;
         }
-        const uint32_t dc = uint32_t(predictors[block.component]) * component.quant[0];
-        block.idct(coefficients, block.quant.data(), int32_t(dc), samples + block.offset, layout.mcuWidth);
     }
     state = bits;
+    for (size_t b = 0; b < blockCount; ++b) {
+        const BaselineScanLayout::Block& block = layout.blocks[b];
+        block.idct(coefficients[b], block.quant.data(), dcShares[b], samples + block.offset, layout.mcuWidth);
+    }
 }
 
 }  // namespace voimg::detail

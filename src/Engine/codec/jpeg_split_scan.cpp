@@ -333,7 +333,7 @@ void SplitScanDecoder::run(Parse& parse) {
     const size_t first = size_t(parse.segment) + 1;
     Stream stream(file_, boundaries_[size_t(parse.segment)], boundaries_.back(), boundaries_.data() + first,
                   size_t(segments_) - std::min(first, size_t(segments_)));
-    auto refill = [&stream](const EntropyBits& bits) { return stream.refill(bits); };
+    auto refill = [&stream](EntropyBits bits) { return stream.refill(bits); };
     std::array<int32_t, 3> predictors{};
     int target = parse.segment + 1;  // the segment whose decoding this one looks to meet
     uint64_t cursor = 0;             // in that decoding's records
