@@ -23,8 +23,13 @@ void toLinear(const uint8_t* row, int64_t begin, int64_t end, bool sixteenBit, b
     if (!sixteenBit) {
         const float* table = srgbToLinear8Table();
         row += begin * 4;
+        if (!alpha) {  // the common case, without the multiplications
+            for (int64_t x = begin; x < end; ++x, row += 4, out += 4)
+                out[0] = table[row[0]], out[1] = table[row[1]], out[2] = table[row[2]], out[3] = 1.0f;
+            return;
+        }
         for (int64_t x = begin; x < end; ++x, row += 4, out += 4) {
-            const float a = alpha ? float(row[3]) * (1.0f / 255.0f) : 1.0f;
+            const float a = float(row[3]) * (1.0f / 255.0f);
             out[0] = table[row[0]] * a, out[1] = table[row[1]] * a, out[2] = table[row[2]] * a, out[3] = a;
         }
         return;
