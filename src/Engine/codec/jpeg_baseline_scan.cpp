@@ -54,7 +54,6 @@ bool BaselineScanLayout::prepare() {
         Block block;
         block.component = c;
         block.idct = idct;
-        block.coefficientCount = kx * ky;
         for (int k = 0; k < 64; ++k) {
             const int natural = kZigzagToNatural[size_t(k)];
             const bool used = k != 0 && natural % 8 < kx && natural / 8 < ky;  // DC is added separately

@@ -23,10 +23,11 @@ struct BaselineComponent {
 inline constexpr size_t kMaxBlocksPerMcu = 10;  // the format's limit
 
 struct BaselineScanLayout {
-    static constexpr uint8_t kSpareSlot = 63;  // never read: the IDCT reads at most 4 x 4 coefficients
-    int width = 0, height = 0;                 // full size
-    int scale = 8;                             // 2, 4 or 8
-    int componentCount = 0;                    // 1 (grey) or 3 (YCbCr)
+    static constexpr int kReadCoefficients = 16;  // the IDCTs read at most the low 4 x 4 coefficients
+    static constexpr uint8_t kSpareSlot = 63;     // never read
+    int width = 0, height = 0;                    // full size
+    int scale = 8;                                // 2, 4 or 8
+    int componentCount = 0;                       // 1 (grey) or 3 (YCbCr)
     std::array<BaselineComponent, 3> components{};
     std::array<HuffmanDecodeTable, 4> dcTables{}, acTables{};
 
@@ -38,7 +39,6 @@ struct BaselineScanLayout {
         int component = 0;
         int offset = 0;  // of the block's first sample in the MCU's samples
         ReducedIdct idct = nullptr;
-        int coefficientCount = 0;        // the KX x KY low coefficients the IDCT reads
         std::array<uint8_t, 64> slot{};  // each zigzag coefficient's index among those, else kSpareSlot
         std::array<float, 16> quant{};   // the quantisers of those coefficients, in the same order
     };

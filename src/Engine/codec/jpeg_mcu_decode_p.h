@@ -29,7 +29,7 @@ void decodeMcu(const BaselineScanLayout& layout, EntropyBits& state, Refill&& re
         const BaselineScanLayout::Block& block = layout.blocks[b];
         const BaselineComponent& component = layout.components[size_t(block.component)];
         int16_t* coefficient = coefficients[b];
-        std::memset(coefficient, 0, 16 * sizeof(int16_t));
+        std::memset(coefficient, 0, BaselineScanLayout::kReadCoefficients * sizeof(int16_t));
         ensure();
         int size = decodeSymbol(bits, *component.dc);
         int diff = 0;
