@@ -39,7 +39,7 @@ struct BaselineScanLayout {
         int component = 0;
         int offset = 0;  // of the block's first sample in the MCU's samples
         ReducedIdct idct = nullptr;
-        std::array<uint8_t, 64> slot{};  // each zigzag coefficient's index among those, else kSpareSlot
+        std::array<uint8_t, 64> slot{};  // each zigzag coefficient's index among those the IDCT reads, else kSpareSlot
         std::array<float, 16> quant{};   // the quantisers of those coefficients, in the same order
     };
     std::vector<Block> blocks;
