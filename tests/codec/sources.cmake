@@ -13,6 +13,7 @@ set(VO_CODEC_TEST_SOURCES
   codec/png_decode_test.cpp
   codec/png_unfilter_test.cpp
   codec/row_reader_test.cpp
+  codec/strip_queue_test.cpp
   codec/tiff_gif_decode_test.cpp
   codec/webp_heif_decode_test.cpp
   codec/bmp_decode_test.cpp

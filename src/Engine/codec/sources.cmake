@@ -54,6 +54,8 @@ set(VO_CODEC_BASE_SOURCES
   codec/icc_fast_paths.cpp
   codec/icc_convert_p.h
   codec/icc_convert.cpp
+  codec/strip_queue_p.h
+  codec/strip_queue.cpp
 )
 
 # Decoders built as codec modules (codec_module_p.h), each loaded on first use of its format.

@@ -2,13 +2,16 @@
 // A TIFF read one strip at a time, straight from the file, for callers that shrink it row by row: the
 // common stripped layouts (8- or 16-bit RGB(A) or grey, samples contiguous, alpha straight) never need the
 // file or the picture in memory, and the caller's resizing runs while the next strips decompress. Other
-// layouts are decoded whole.
+// layouts are decoded whole. Strips are decompressed on two threads where there are two cores (a second
+// libtiff handle on the same file for the helper), since decompressing is most of the work.
 #include "icc_convert_p.h"
 #include "row_reader_p.h"
+#include "strip_queue_p.h"
 #include "tiff_p.h"
 
 #include <cstring>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace voimg::detail {
@@ -49,8 +52,8 @@ public:
         const uint64_t rowBytes = uint64_t(width) * samplesPerPixel_ * (sixteenBit_ ? 2 : 1);
         if (stripBytes < rowBytes * rowsPerStrip_ || stripBytes > std::max<uint64_t>(rowBytes * height * 4, 64u << 20))
             return false;  // a malformed strip size: the whole-picture decoder deals with it
-        strip_.resize(size_t(stripBytes));
         rowBytes_ = size_t(rowBytes);
+        startStripQueue(size_t(stripBytes), maxAlloc);
 
         uint32_t iccSize = 0;
         void* iccData = nullptr;
@@ -74,11 +77,10 @@ public:
         for (int i = 0; i < count; ++i, ++next_) {
             uint8_t* raw = out + size_t(i) * rawStride();
             const uint32_t strip = uint32_t(next_) / rowsPerStrip_;
-            if (strip != loadedStrip_) loadStrip(strip);
+            if (strip != loadedStrip_) loadedStrip_ = strip, stripData_ = queue_->piece(strip, stripGood_);
             raw[0] = stripGood_ ? 1 : 0;
             if (stripGood_)
-                std::memcpy(raw + kPrefix, strip_.data() + size_t(uint32_t(next_) % rowsPerStrip_) * rowBytes_,
-                            rowBytes_);
+                std::memcpy(raw + kPrefix, stripData_ + size_t(uint32_t(next_) % rowsPerStrip_) * rowBytes_, rowBytes_);
         }
         return count;
     }
@@ -122,25 +124,40 @@ private:
         }
     }
 
-    void loadStrip(uint32_t strip) {
-        loadedStrip_ = strip;
+    // A helper thread when there are enough strips to share and a core for it, with up to 8 strips (16 MB)
+    // decoded ahead; else one strip in memory, decoded on the reading thread.
+    void startStripQueue(size_t stripBytes, uint64_t maxAlloc) {
+        const uint32_t strips = (uint32_t(height_) + rowsPerStrip_ - 1) / rowsPerStrip_;
+        const size_t slots = std::clamp<size_t>((16u << 20) / stripBytes, 1, 8);
+        const bool helper = strips >= 4 && slots >= 2 && std::thread::hardware_concurrency() >= 2 &&
+                            openTiff(helperReader_, source_, std::max<uint64_t>(maxAlloc, 64u << 20));
+        stripBytes_ = stripBytes;
+        queue_ = std::make_unique<StripQueue>(
+            strips, stripBytes, helper ? int(slots) : 1, helper, [this](int decoder, uint32_t strip, uint8_t* out) {
+                return decodeStrip(decoder == 0 ? reader_ : helperReader_, strip, out, stripBytes_);
+            });
+    }
+
+    bool decodeStrip(TiffReader& reader, uint32_t strip, uint8_t* out, size_t bytes) const {
         const uint32_t rows = std::min(rowsPerStrip_, uint32_t(height_) - strip * rowsPerStrip_);
-        const tmsize_t got = TIFFReadEncodedStrip(reader_.tif, strip, strip_.data(), tmsize_t(strip_.size()));
-        stripGood_ = got >= 0 && uint64_t(got) >= uint64_t(rows) * rowBytes_;
+        const tmsize_t got = TIFFReadEncodedStrip(reader.tif, strip, out, tmsize_t(bytes));
+        return got >= 0 && uint64_t(got) >= uint64_t(rows) * rowBytes_;
     }
 
     ByteSource& source_;
-    TiffReader reader_;
+    TiffReader reader_, helperReader_;
     DirectSamples samples_;
     uint32_t samplesPerPixel_ = 1;
     bool alpha_ = false;
     uint32_t rowsPerStrip_ = 1;
     size_t rowBytes_ = 0;
-    std::vector<uint8_t> strip_;
+    size_t stripBytes_ = 0;
     uint32_t loadedStrip_ = UINT32_MAX;
+    const uint8_t* stripData_ = nullptr;
     bool stripGood_ = false;
     std::unique_ptr<IccToSrgb> icc_;
     int next_ = 0;
+    std::unique_ptr<StripQueue> queue_;  // last, so that its helper stops before the handles close
 };
 
 }  // namespace
