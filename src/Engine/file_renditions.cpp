@@ -6,9 +6,9 @@
 #include <thread>
 
 #include "codec/row_reader.h"
+#include "linear_rows_p.h"
 #include "rendition_slices_p.h"
 #include "row_pipeline_p.h"
-#include "srgb.h"
 #include "stream_resizer_p.h"
 
 namespace voimg {
@@ -16,31 +16,6 @@ namespace {
 
 constexpr int kBlockRows = 16;
 constexpr int kBlocks = 6;  // blocks in flight between the reading thread and the workers
-
-// Decoded rows (sRGB, straight alpha) to premultiplied linear floats.
-void toLinear(const uint8_t* row, int64_t begin, int64_t end, bool sixteenBit, bool alpha, float* out) {
-    out += begin * 4;
-    if (!sixteenBit) {
-        const float* table = srgbToLinear8Table();
-        row += begin * 4;
-        if (!alpha) {  // the common case, without the multiplications
-            for (int64_t x = begin; x < end; ++x, row += 4, out += 4)
-                out[0] = table[row[0]], out[1] = table[row[1]], out[2] = table[row[2]], out[3] = 1.0f;
-            return;
-        }
-        for (int64_t x = begin; x < end; ++x, row += 4, out += 4) {
-            const float a = float(row[3]) * (1.0f / 255.0f);
-            out[0] = table[row[0]] * a, out[1] = table[row[1]] * a, out[2] = table[row[2]] * a, out[3] = a;
-        }
-        return;
-    }
-    const float* table = srgbToLinear16Table();
-    const auto* samples = reinterpret_cast<const uint16_t*>(row) + begin * 4;
-    for (int64_t x = begin; x < end; ++x, samples += 4, out += 4) {
-        const float a = alpha ? float(samples[3]) * (1.0f / 65535.0f) : 1.0f;
-        out[0] = table[samples[0]] * a, out[1] = table[samples[1]] * a, out[2] = table[samples[2]] * a, out[3] = a;
-    }
-}
 
 Bitmap blankBitmap(const FileRendition& r) {
     Bitmap b;
@@ -151,12 +126,24 @@ int workerCount(const std::vector<FileRendition>& renditions) {
 }
 
 void feedWorker(Worker& worker, RowPipeline& pipeline, const RowReader& reader) {
+    const RowLayout layout{reader.sixteenBit(), reader.hasAlpha(), reader.grey()};
+    // A single resizer that boxes columns takes its box averages straight from the decoded bytes.
+    StreamResizer* boxing = worker.direct.size() == 1 && worker.direct[0]->resizer->boxX() > 1 && !layout.sixteenBit
+                                ? worker.direct[0]->resizer.get()
+                                : nullptr;
+    if (boxing) worker.linear.resize(size_t(boxing->boxedWidth()) * 4);
     for (int64_t sequence = 0;; ++sequence) {
         RowPipeline::Block* block = pipeline.waitFor(sequence, true);
         if (!block) return;
         for (int i = 0; i < block->rows; ++i) {
-            toLinear(block->pixels + size_t(i) * reader.stride(), worker.sourceBegin, worker.sourceEnd,
-                     reader.sixteenBit(), reader.hasAlpha(), worker.linear.data());
+            const uint8_t* row = block->pixels + size_t(i) * reader.stride();
+            if (boxing) {
+                toLinearBoxed(row, boxing->boxedBegin(), boxing->boxedEnd(), boxing->boxX(), reader.width(), layout,
+                              worker.linear.data());
+                boxing->pushBoxedRow(worker.linear.data());
+                continue;
+            }
+            toLinear(row, worker.sourceBegin, worker.sourceEnd, layout, worker.linear.data());
             for (RenditionSlice* slice : worker.direct) slice->resizer->pushRow(worker.linear.data());
         }
         pipeline.release(block);

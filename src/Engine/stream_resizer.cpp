@@ -59,18 +59,30 @@ StreamResizer::StreamResizer(const ResizeAxis& x, const ResizeAxis& y, Emit emit
         ringRows_ = std::max(ringRows_, newest - yTaps_.first[size_t(o)] + 1);
     }
     ring_.assign(size_t(ringRows_) * size_t(outWidth_) * 4, 0.0f);
-    if (boxY_ > 1) boxAccumulator_.assign(size_t(x.srcCount) * 4, 0.0f);
+    if (boxY_ > 1) boxAccumulator_.assign(size_t(boxedWidth_) * 4, 0.0f);
     if (boxX_ > 1) boxedRow_.resize(size_t(boxedWidth_) * 4);
     outRow_.resize(size_t(outWidth_) * 4);
 }
 
 void StreamResizer::pushRow(const float* rgba) {
+    if (boxX_ == 1) return pushBoxedRow(rgba);
+    // Average runs of boxX_ pixels; the last run may be shorter.
+    for (int64_t b = boxedBegin_; b < boxedEnd_; ++b) {
+        const int64_t begin = b * boxX_, end = std::min<int64_t>(begin + boxX_, x_.srcCount);
+        Pixel sum = load(rgba + begin * 4);
+        for (int64_t i = begin + 1; i < end; ++i) sum += load(rgba + i * 4);
+        store(&boxedRow_[size_t(b) * 4], sum * (1.0f / float(end - begin)));
+    }
+    pushBoxedRow(boxedRow_.data());
+}
+
+void StreamResizer::pushBoxedRow(const float* boxed) {
     ++sourceRows_;
-    if (boxY_ == 1) return takeBoxedRow(rgba);
-    // Only the columns this resizer reads are summed.
-    float* acc = boxAccumulator_.data() + sourceBegin_ * 4;
-    const float* in = rgba + sourceBegin_ * 4;
-    const size_t n = size_t(sourceEnd_ - sourceBegin_) * 4;
+    if (boxY_ == 1) return takeBoxedRow(boxed);
+    // Rows are summed after the columns are boxed, on the narrower row, and only where this resizer reads.
+    float* acc = boxAccumulator_.data() + boxedBegin_ * 4;
+    const float* in = boxed + boxedBegin_ * 4;
+    const size_t n = size_t(boxedEnd_ - boxedBegin_) * 4;
     if (rowsInBox_ == 0) {
         std::memcpy(acc, in, n * sizeof(float));
     } else {
@@ -83,18 +95,7 @@ void StreamResizer::pushRow(const float* rgba) {
     takeBoxedRow(boxAccumulator_.data());
 }
 
-void StreamResizer::takeBoxedRow(const float* rgba) {
-    const float* row = rgba;
-    if (boxX_ > 1) {
-        // Average runs of boxX_ pixels; the last run may be shorter.
-        for (int64_t b = boxedBegin_; b < boxedEnd_; ++b) {
-            const int64_t begin = b * boxX_, end = std::min<int64_t>(begin + boxX_, x_.srcCount);
-            Pixel sum = load(rgba + begin * 4);
-            for (int64_t i = begin + 1; i < end; ++i) sum += load(rgba + i * 4);
-            store(&boxedRow_[size_t(b) * 4], sum * (1.0f / float(end - begin)));
-        }
-        row = boxedRow_.data();
-    }
+void StreamResizer::takeBoxedRow(const float* row) {
     float* slot = &ring_[size_t(rowsArrived_ % ringRows_) * size_t(outWidth_) * 4];
     filterHorizontally(row, slot);
     ++rowsArrived_;
@@ -133,7 +134,7 @@ void StreamResizer::finish() {
     if (rowsInBox_ > 0) {
         // A picture that ended inside a box row (fewer rows than announced): average what came.
         const float inverse = 1.0f / float(rowsInBox_);
-        for (int64_t i = sourceBegin_ * 4; i < sourceEnd_ * 4; ++i) boxAccumulator_[size_t(i)] *= inverse;
+        for (int64_t i = boxedBegin_ * 4; i < boxedEnd_ * 4; ++i) boxAccumulator_[size_t(i)] *= inverse;
         rowsInBox_ = 0;
         takeBoxedRow(boxAccumulator_.data());
     }

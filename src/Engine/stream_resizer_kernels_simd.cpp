@@ -48,6 +48,7 @@ void FilterRowByPixel(const float* weights, int stride, const int64_t* first, co
     }
 }
 
+#if HWY_TARGET == HWY_AVX2  // the only build that calls it; eight-float vectors need AVX
 // Two neighbouring source pixels in one eight-float register.
 using PixelPair = float __attribute__((vector_size(32)));
 
@@ -87,6 +88,7 @@ void FilterRowByPairs(const float* weights, int stride, const int64_t* first, co
         StorePixel(out + o * 4, pixel);
     }
 }
+#endif
 
 // Four rows per pass over dst, so dst is read and written a quarter as often.
 void SumRows(const float* const* rows, const float* weights, int count, float* dst, int64_t values) {

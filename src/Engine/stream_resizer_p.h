@@ -41,14 +41,20 @@ public:
 
     // The next source row (x.srcCount RGBA floats, of which only [sourceBegin, sourceEnd) are read).
     void pushRow(const float* rgba);
+    // The same with the row's columns already averaged in runs of boxX() (the last run may be shorter):
+    // boxedWidth() pixels, of which only [boxedBegin, boxedEnd) are read.
+    void pushBoxedRow(const float* boxed);
     // After the last source row: emits whatever is left (rows the picture's end left without sources).
     void finish();
 
     [[nodiscard]] int boxX() const { return boxX_; }
     [[nodiscard]] int boxY() const { return boxY_; }
+    [[nodiscard]] int64_t boxedWidth() const { return boxedWidth_; }
+    [[nodiscard]] int64_t boxedBegin() const { return boxedBegin_; }
+    [[nodiscard]] int64_t boxedEnd() const { return boxedEnd_; }
 
 private:
-    void takeBoxedRow(const float* rgba);
+    void takeBoxedRow(const float* row);
     void filterHorizontally(const float* boxed, float* out) const;
     void emitReadyRows();
     void emitRow(int64_t o);
@@ -61,7 +67,7 @@ private:
     int64_t outWidth_ = 0;
     int64_t boxedBegin_ = 0, boxedEnd_ = 0, sourceBegin_ = 0, sourceEnd_ = 0;
 
-    std::vector<float> boxAccumulator_;  // sum of the source rows of the current box row
+    std::vector<float> boxAccumulator_;  // sum of the column-boxed rows of the current box row
     int rowsInBox_ = 0;
     std::vector<float> boxedRow_;  // one row of box averages
 

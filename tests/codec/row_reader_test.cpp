@@ -142,6 +142,30 @@ TEST(RowReader, EveryCommonPngLayoutMatchesTheWholeDecode) {
     }
 }
 
+TEST(RowReader, GreyPngsSayTheirRowsAreGrey) {
+    Files files;
+    const int width = 19, height = 11;
+    for (int colourType : {0, 2, 4, 6}) {
+        const int channels = colourType == 0 ? 1 : colourType == 2 ? 3 : colourType == 4 ? 2 : 4;
+        std::vector<uint16_t> samples;
+        for (int i = 0; i < width * height * channels; ++i) samples.push_back(uint16_t(i * 7 % 256));
+        PngParams params;
+        params.colourType = colourType;
+        const std::string path =
+            files.write("g" + std::to_string(colourType) + ".png", encodePng(width, height, samples, params));
+        std::string error;
+        const auto reader = voimg::openRowReader(path, {}, &error);
+        ASSERT_TRUE(reader) << error;
+        const bool grey = colourType == 0 || colourType == 4;
+        EXPECT_EQ(reader->grey(), grey) << colourType;
+        const voimg::DecodedImage image = readAll(*reader);
+        bool equal = true;
+        for (size_t i = 0; i < image.pixels.size(); i += 4)
+            equal &= image.pixels[i] == image.pixels[i + 1] && image.pixels[i] == image.pixels[i + 2];
+        EXPECT_EQ(equal, grey) << colourType;
+    }
+}
+
 TEST(RowReader, PalettedTransparentInterlacedAndProfiledPngsMatchTheWholeDecode) {
     Files files;
     const int width = 40, height = 30;
@@ -212,7 +236,7 @@ TEST(RowReader, TiffStripsMatchTheWholeDecodeForEveryLayout) {
 TEST(RowReader, DamagedTiffStripsComeOutGreyAsInTheWholeDecode) {
     Files files;
     const Picture picture = makeGradient(60, 40, 3);
-    TiffParams params;  // strips of 7 rows, written before the directory
+    TiffParams params;       // strips of 7 rows, written before the directory
     params.compression = 5;  // LZW
     Bytes tiff = encodeTiff(files.dir.file("scratch.tif"), 60, 40, samplesOf(picture), params);
     for (size_t i = tiff.size() * 2 / 10; i < tiff.size() * 4 / 10; ++i) tiff[i] = 0xFF;

@@ -113,6 +113,36 @@ TEST(FileRenditions, TransparencyAndSixteenBitSamplesComeThrough) {
     EXPECT_EQ(test::pixelAt(together, 45, 10)[3], 0);
 }
 
+TEST(FileRenditions, GreyPicturesShrunkWithABoxMatchTheDecodedPictureShrunk) {
+    vo::test::TempDir dir;
+    const int width = 640, height = 400;
+    for (int colourType : {0, 4}) {  // grey, grey with alpha
+        std::vector<uint16_t> samples;
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x) {
+                samples.push_back(uint16_t(128 + 120 * std::sin(x * 0.05) * std::cos(y * 0.07)));
+                if (colourType == 4) samples.push_back(uint16_t(128 + 120 * std::cos(x * 0.03 + y * 0.02)));
+            }
+        votest::PngParams params;
+        params.colourType = colourType;
+        const std::string path = writeFile(dir, "grey" + std::to_string(colourType) + ".png",
+                                           votest::encodePng(width, height, samples, params));
+        const float scale = 0.1f;  // a tenfold shrink: boxes of 4 first
+        const Image file = shrunk(path, scale);
+        RenderContext context;
+        // Over black, so that colour differences under nearly transparent pixels stay as small as they look.
+        const Bitmap streamed = context.createBitmaps({{file, file.extent(), BitmapFormat::Rgb8OverBlack}})[0];
+        std::optional<DecodedImage> decoded = decodeImageFile(path);
+        ASSERT_TRUE(decoded);
+        const Image whole =
+            Image::withDecodedImage(std::move(*decoded)).transformed(AffineTransform::scale(scale, scale));
+        const Bitmap tiled = context.createBitmap(whole, file.extent(), BitmapFormat::Rgb8OverBlack);
+        const Difference d = compare(streamed, tiled);
+        EXPECT_LT(d.meanAbs, 0.5) << colourType;
+        EXPECT_LE(d.maxAbs, 3) << colourType;
+    }
+}
+
 TEST(FileRenditions, AFileWithoutImageDataRendersAsAFailedFileDoes) {
     vo::test::TempDir dir;
     Bytes jpeg = votest::encodeJpeg(votest::makeGradient(320, 240), {});

@@ -97,6 +97,40 @@ TEST(StreamResizer, ALargeShrinkAveragesBoxesFirstAndStaysCloseToTheExactFilter)
     EXPECT_GT(psnr(streamed, engineShrink(source, 0.075)), 40.0);
 }
 
+TEST(StreamResizer, RowsBoxedByTheCallerGiveWhatFullRowsGive) {
+    const Source source = texturedSource(203, 150);  // columns end inside a box
+    const double scale = 0.06;
+    const int64_t outW = 13, outH = 9;
+    int box = 0;
+    const std::vector<float> full = streamShrink(source, scale, outW, outH, &box);
+    ASSERT_GT(box, 1);
+
+    std::vector<float> out(size_t(outW * outH) * 4, -1.0f);
+    const ResizeAxis x{1 / scale, 0, outW, source.width};
+    const ResizeAxis y{1 / scale, double(source.height) - double(outH) / scale, outH, source.height};
+    StreamResizer resizer(x, y, [&](int64_t row, const float* rgba) {
+        std::copy_n(rgba, size_t(outW) * 4, &out[size_t(row * outW) * 4]);
+    });
+    const float* table = srgbToLinear8Table();
+    std::vector<float> boxed(size_t(resizer.boxedWidth()) * 4);
+    for (int j = 0; j < source.height; ++j) {
+        for (int64_t b = 0; b < resizer.boxedWidth(); ++b) {
+            const int64_t first = b * box, last = std::min<int64_t>(first + box, source.width);
+            for (int c = 0; c < 4; ++c) {
+                float sum = 0;
+                for (int64_t i = first; i < last; ++i) {
+                    const uint8_t v = source.rgba[(size_t(j) * source.width + size_t(i)) * 4 + size_t(c)];
+                    sum += c == 3 ? v / 255.0f : table[v];
+                }
+                boxed[size_t(b) * 4 + size_t(c)] = sum / float(last - first);
+            }
+        }
+        resizer.pushBoxedRow(boxed.data());
+    }
+    resizer.finish();
+    for (size_t i = 0; i < full.size(); ++i) ASSERT_NEAR(out[i], full[i], 1e-5) << "value " << i;
+}
+
 TEST(StreamResizer, BoxFactorsLeaveAtLeastTwoAndAHalfFoldToTheFilter) {
     EXPECT_EQ(StreamResizer::boxFactorFor(0.5), 1);
     EXPECT_EQ(StreamResizer::boxFactorFor(0.21), 1);

@@ -35,6 +35,9 @@ public:
     [[nodiscard]] int height() const { return height_; }
     [[nodiscard]] bool sixteenBit() const { return sixteenBit_; }
     [[nodiscard]] bool hasAlpha() const { return hasAlpha_; }
+    // True when red, green and blue are equal in every row (a grey picture), which lets callers convert
+    // one channel instead of three.
+    [[nodiscard]] bool grey() const { return grey_; }
     [[nodiscard]] size_t stride() const { return size_t(width_) * (sixteenBit_ ? 8 : 4); }
 
     // Writes the next rows (at most `maxRows`, each rawStride() bytes) to `out` and returns how many; 0
@@ -59,6 +62,7 @@ protected:
     int height_ = 0;
     bool sixteenBit_ = false;
     bool hasAlpha_ = false;
+    bool grey_ = false;
 };
 
 // Null with `error` set when the file cannot be read at all (missing, not an image, no image data).

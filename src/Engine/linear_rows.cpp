@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+#include "linear_rows_p.h"
+
+#include <algorithm>
+
+#include "srgb.h"
+
+namespace voimg {
+namespace {
+
+using Pixel = float __attribute__((vector_size(16)));
+
+inline Pixel linearPixel(const uint8_t* p, const float* table, RowLayout layout) {
+    if (layout.grey) {
+        const float v = table[p[0]];
+        if (!layout.alpha) return Pixel{v, v, v, 1.0f};
+        const float a = float(p[3]) * (1.0f / 255.0f);
+        return Pixel{v * a, v * a, v * a, a};
+    }
+    if (!layout.alpha) return Pixel{table[p[0]], table[p[1]], table[p[2]], 1.0f};
+    const float a = float(p[3]) * (1.0f / 255.0f);
+    return Pixel{table[p[0]] * a, table[p[1]] * a, table[p[2]] * a, a};
+}
+
+inline void store(float* out, Pixel v) { __builtin_memcpy(out, &v, sizeof v); }
+
+// One loop per layout, so that the layout's tests stay out of the inner loop.
+template <bool Grey, bool Alpha>
+void convert8(const uint8_t* row, int64_t begin, int64_t end, float* out) {
+    const float* table = srgbToLinear8Table();
+    const RowLayout layout{false, Alpha, Grey};
+    for (int64_t x = begin; x < end; ++x) store(out + x * 4, linearPixel(row + x * 4, table, layout));
+}
+
+template <bool Grey, bool Alpha>
+void convertBoxed8(const uint8_t* row, int64_t begin, int64_t end, int box, int64_t width, float* out) {
+    const float* table = srgbToLinear8Table();
+    const RowLayout layout{false, Alpha, Grey};
+    const float inverse = 1.0f / float(box);
+    for (int64_t b = begin; b < end; ++b) {
+        const int64_t first = b * box, last = std::min<int64_t>(first + box, width);
+        const float scale = last - first == box ? inverse : 1.0f / float(last - first);
+        if constexpr (Grey && !Alpha) {  // one channel to sum
+            float sum = 0;
+            for (int64_t x = first; x < last; ++x) sum += table[row[x * 4]];
+            const float v = sum * scale;
+            store(out + b * 4, Pixel{v, v, v, 1.0f});
+        } else {
+            Pixel sum = linearPixel(row + first * 4, table, layout);
+            for (int64_t x = first + 1; x < last; ++x) sum += linearPixel(row + x * 4, table, layout);
+            store(out + b * 4, sum * scale);
+        }
+    }
+}
+
+}  // namespace
+
+void toLinear(const uint8_t* row, int64_t begin, int64_t end, RowLayout layout, float* out) {
+    if (!layout.sixteenBit) {
+        if (layout.grey)
+            return layout.alpha ? convert8<true, true>(row, begin, end, out)
+                                : convert8<true, false>(row, begin, end, out);
+        return layout.alpha ? convert8<false, true>(row, begin, end, out)
+                            : convert8<false, false>(row, begin, end, out);
+    }
+    const float* table = srgbToLinear16Table();
+    const auto* samples = reinterpret_cast<const uint16_t*>(row) + begin * 4;
+    out += begin * 4;
+    for (int64_t x = begin; x < end; ++x, samples += 4, out += 4) {
+        const float a = layout.alpha ? float(samples[3]) * (1.0f / 65535.0f) : 1.0f;
+        out[0] = table[samples[0]] * a, out[1] = table[samples[1]] * a, out[2] = table[samples[2]] * a, out[3] = a;
+    }
+}
+
+void toLinearBoxed(const uint8_t* row, int64_t begin, int64_t end, int box, int64_t width, RowLayout layout,
+                   float* out) {
+    if (layout.grey)
+        return layout.alpha ? convertBoxed8<true, true>(row, begin, end, box, width, out)
+                            : convertBoxed8<true, false>(row, begin, end, box, width, out);
+    return layout.alpha ? convertBoxed8<false, true>(row, begin, end, box, width, out)
+                        : convertBoxed8<false, false>(row, begin, end, box, width, out);
+}
+
+}  // namespace voimg

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+// Decoded rows (sRGB, straight alpha, RGBA bytes or 16-bit samples) to premultiplied linear-light floats,
+// the form the resizers work in.
+#pragma once
+
+#include <cstdint>
+
+namespace voimg {
+
+// How a row's pixels are stored, so that the conversion does no more than it must.
+struct RowLayout {
+    bool sixteenBit = false;
+    bool alpha = false;  // false: every pixel is opaque
+    bool grey = false;   // true: red, green and blue are equal in every pixel
+};
+
+// Pixels [begin, end) of `row` to out[begin * 4 ...].
+void toLinear(const uint8_t* row, int64_t begin, int64_t end, RowLayout layout, float* out);
+
+// The averages of runs of `box` pixels (the last run, at `width`, may be shorter) for runs [begin, end) of
+// an 8-bit row, to out[begin * 4 ...]: the same as toLinear followed by averaging, without writing the
+// full-width row.
+void toLinearBoxed(const uint8_t* row, int64_t begin, int64_t end, int box, int64_t width, RowLayout layout,
+                   float* out);
+
+}  // namespace voimg
