@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Micro-benchmarks of the engine's kernels: resampling (tiled, and the streaming resizer's passes scalar
-// and SIMD), colour conversion, PNG unfiltering (scalar and SIMD), JPEG colour planes, the reduced JPEG
-// IDCTs and YCbCr rows (scalar and SIMD), composition (scalar and SIMD stage, whole compositions) and
-// accumulator updates. Rates are in megapixels per second (of
-// output, or of input for the row kernels).
+// and SIMD), colour conversion (whole pictures, and decoded rows to linear light), PNG unfiltering (scalar and SIMD),
+// JPEG colour planes, the reduced JPEG IDCTs and YCbCr rows (scalar and SIMD), composition (scalar and SIMD stage,
+// whole compositions) and accumulator updates. Rates are in megapixels per second (of output, or of input for the row
+// kernels).
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -18,6 +18,7 @@
 #include "Engine/codec/jpeg_reduced_idct_p.h"
 #include "Engine/codec/jpeg_ycbcr_rows_p.h"
 #include "Engine/codec/png_unfilter_p.h"
+#include "Engine/linear_rows_p.h"
 #include "Engine/render_context.h"
 #include "Engine/stream_resizer_kernels_p.h"
 
@@ -146,6 +147,33 @@ void StreamSumRows(benchmark::State& state) {
     setRate(state, double(values) / 4);
 }
 BENCHMARK(StreamSumRows)->Arg(0)->Arg(1)->ArgName("simd")->Unit(benchmark::kMicrosecond);
+
+// Decoded rows to linear light: one 4000-pixel opaque row, colour or grey, whole (box 1) or straight to
+// the averages of runs of 2 or 4 pixels, as a worker feeds a resizer that boxes columns.
+void LinearRows(benchmark::State& state) {
+    const int width = 4000;
+    const bool grey = state.range(0) != 0;
+    const int box = int(state.range(1));
+    std::vector<uint8_t> row(size_t(width) * 4);
+    std::mt19937 random(2);
+    for (size_t i = 0; i < row.size(); i += 4) {
+        row[i] = uint8_t(random());
+        row[i + 1] = grey ? row[i] : uint8_t(random());
+        row[i + 2] = grey ? row[i] : uint8_t(random());
+        row[i + 3] = 255;
+    }
+    std::vector<float> out(size_t(width) * 4);
+    const voimg::RowLayout layout{false, false, grey};
+    for (auto _ : state) {
+        if (box == 1)
+            voimg::toLinear(row.data(), 0, width, layout, out.data());
+        else
+            voimg::toLinearBoxed(row.data(), 0, (width + box - 1) / box, box, width, layout, out.data());
+        benchmark::DoNotOptimize(out.data());
+    }
+    setRate(state, width);
+}
+BENCHMARK(LinearRows)->ArgsProduct({{0, 1}, {1, 2, 4}})->ArgNames({"grey", "box"})->Unit(benchmark::kMicrosecond);
 
 // PNG unfiltering of one 5120-pixel RGBA row with each filter, scalar reference and SIMD build.
 void PngUnfilter(benchmark::State& state) {

@@ -32,24 +32,48 @@ void convert8(const uint8_t* row, int64_t begin, int64_t end, float* out) {
     for (int64_t x = begin; x < end; ++x) store(out + x * 4, linearPixel(row + x * 4, table, layout));
 }
 
-template <bool Grey, bool Alpha>
+// The average of the `count` pixels at `p`, times `scale` (1 / count).
+template <bool Grey, bool Alpha, int Box>
+inline Pixel runAverage(const uint8_t* p, int count, float scale, const float* table) {
+    const int n = Box > 0 ? Box : count;
+    if constexpr (Grey && !Alpha) {  // one channel to sum
+        float sum = 0;
+        for (int k = 0; k < n; ++k) sum += table[p[k * 4]];
+        const float v = sum * scale;
+        return Pixel{v, v, v, 1.0f};
+    } else {
+        const RowLayout layout{false, Alpha, Grey};
+        Pixel sum = linearPixel(p, table, layout);
+        for (int k = 1; k < n; ++k) sum += linearPixel(p + k * 4, table, layout);
+        return sum * scale;
+    }
+}
+
+// Runs of a size known at compile time (0: `box`) up to the last whole run, then the shorter last one.
+template <bool Grey, bool Alpha, int Box>
 void convertBoxed8(const uint8_t* row, int64_t begin, int64_t end, int box, int64_t width, float* out) {
     const float* table = srgbToLinear8Table();
-    const RowLayout layout{false, Alpha, Grey};
+    const int64_t whole = std::min(end, width / box);
     const float inverse = 1.0f / float(box);
-    for (int64_t b = begin; b < end; ++b) {
-        const int64_t first = b * box, last = std::min<int64_t>(first + box, width);
-        const float scale = last - first == box ? inverse : 1.0f / float(last - first);
-        if constexpr (Grey && !Alpha) {  // one channel to sum
-            float sum = 0;
-            for (int64_t x = first; x < last; ++x) sum += table[row[x * 4]];
-            const float v = sum * scale;
-            store(out + b * 4, Pixel{v, v, v, 1.0f});
-        } else {
-            Pixel sum = linearPixel(row + first * 4, table, layout);
-            for (int64_t x = first + 1; x < last; ++x) sum += linearPixel(row + x * 4, table, layout);
-            store(out + b * 4, sum * scale);
-        }
+    for (int64_t b = begin; b < whole; ++b)
+        store(out + b * 4, runAverage<Grey, Alpha, Box>(row + b * box * 4, box, inverse, table));
+    for (int64_t b = std::max(begin, whole); b < end; ++b) {
+        const int count = int(width - b * box);
+        store(out + b * 4, runAverage<Grey, Alpha, 0>(row + b * box * 4, count, 1.0f / float(count), table));
+    }
+}
+
+template <bool Grey, bool Alpha>
+void convertBoxed8(const uint8_t* row, int64_t begin, int64_t end, int box, int64_t width, float* out) {
+    switch (box) {
+        case 2:
+            return convertBoxed8<Grey, Alpha, 2>(row, begin, end, box, width, out);
+        case 3:
+            return convertBoxed8<Grey, Alpha, 3>(row, begin, end, box, width, out);
+        case 4:
+            return convertBoxed8<Grey, Alpha, 4>(row, begin, end, box, width, out);
+        default:
+            return convertBoxed8<Grey, Alpha, 0>(row, begin, end, box, width, out);
     }
 }
 

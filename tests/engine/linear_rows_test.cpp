@@ -61,25 +61,26 @@ TEST(LinearRows, SixteenBitSamplesUseTheirOwnTable) {
 }
 
 TEST(LinearRows, BoxedConversionEqualsConvertingThenAveragingWithAShorterLastRun) {
-    const int width = 23, box = 3;  // runs of 3, the last of 2
-    const int runs = (width + box - 1) / box;
-    for (bool grey : {false, true})
-        for (bool alpha : {false, true}) {
-            const std::vector<uint8_t> row = randomRow(width, grey, alpha, 11);
-            std::vector<float> full(size_t(width) * 4), boxed(size_t(runs) * 4, -1.0f);
-            toLinear(row.data(), 0, width, RowLayout{false, alpha, false}, full.data());
-            toLinearBoxed(row.data(), 1, runs, box, width, RowLayout{false, alpha, grey}, boxed.data());
-            for (int c = 0; c < 4; ++c) EXPECT_EQ(boxed[size_t(c)], -1.0f);  // run 0 was not asked for
-            for (int b = 1; b < runs; ++b) {
-                const int first = b * box, last = std::min(first + box, width);
-                for (int c = 0; c < 4; ++c) {
-                    double sum = 0;
-                    for (int x = first; x < last; ++x) sum += full[size_t(x) * 4 + c];
-                    ASSERT_NEAR(boxed[size_t(b) * 4 + c], sum / (last - first), 1e-6)
-                        << grey << alpha << " run " << b << " c " << c;
+    const int width = 23;  // with every box size but 1, the last run is shorter
+    for (int box : {2, 3, 4, 5, 7})
+        for (bool grey : {false, true})
+            for (bool alpha : {false, true}) {
+                const int runs = (width + box - 1) / box;
+                const std::vector<uint8_t> row = randomRow(width, grey, alpha, 11);
+                std::vector<float> full(size_t(width) * 4), boxed(size_t(runs) * 4, -1.0f);
+                toLinear(row.data(), 0, width, RowLayout{false, alpha, false}, full.data());
+                toLinearBoxed(row.data(), 1, runs, box, width, RowLayout{false, alpha, grey}, boxed.data());
+                for (int c = 0; c < 4; ++c) EXPECT_EQ(boxed[size_t(c)], -1.0f);  // run 0 was not asked for
+                for (int b = 1; b < runs; ++b) {
+                    const int first = b * box, last = std::min(first + box, width);
+                    for (int c = 0; c < 4; ++c) {
+                        double sum = 0;
+                        for (int x = first; x < last; ++x) sum += full[size_t(x) * 4 + c];
+                        ASSERT_NEAR(boxed[size_t(b) * 4 + c], sum / (last - first), 1e-6)
+                            << "box " << box << " grey " << grey << " alpha " << alpha << " run " << b << " c " << c;
+                    }
                 }
             }
-        }
 }
 
 }  // namespace
