@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 // JPEG and PNG writers: stream structure, quantisation tables, round trips, atomic replacement.
+#include "Engine/codec/chroma_planes_p.h"
 #include "test_support.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cmath>
 #include <cstring>
+#include <random>
 
 using namespace votest;
 
@@ -146,6 +149,87 @@ TEST(JpegWriter, ColourEdgesComeBackCloserThanWithPlainChromaAveraging) {
     const auto theirs = voimg::decodeImageMemory(averaged.data(), averaged.size(), {}, &error);
     ASSERT_TRUE(ours && theirs) << error;
     EXPECT_LT(squaredError(*ours, p), 0.97 * squaredError(*theirs, p));
+}
+
+// The planes by their definition: JFIF's full-range conversion per pixel, 2x2 averages of the chroma of
+// the pixels present, sharpened by [-a, 1 + 2a, -a] per axis with edges repeated, rounded, padded by
+// repeating the last column and row.
+voimg::detail::YccPlanes planesByDefinition(const std::vector<uint8_t>& rgb, int width, int height) {
+    using voimg::detail::kChromaSharpening;
+    auto at = [&](int x, int y) { return &rgb[(size_t(y) * size_t(width) + size_t(x)) * 3]; };
+    auto toByte = [](double v) { return uint8_t(std::lround(std::clamp(v, 0.0, 255.0))); };
+    voimg::detail::YccPlanes p;
+    p.width = width, p.height = height;
+    p.lumaStride = size_t((width + 15) / 16) * 16, p.lumaRows = size_t((height + 15) / 16) * 16;
+    p.chromaStride = p.lumaStride / 2, p.chromaRows = p.lumaRows / 2;
+    p.y.resize(p.lumaStride * p.lumaRows);
+    for (size_t y = 0; y < p.lumaRows; ++y)
+        for (size_t x = 0; x < p.lumaStride; ++x) {
+            const uint8_t* c = at(std::min(int(x), width - 1), std::min(int(y), height - 1));
+            p.y[y * p.lumaStride + x] = toByte(0.299 * c[0] + 0.587 * c[1] + 0.114 * c[2]);
+        }
+    const int hw = (width + 1) / 2, hh = (height + 1) / 2;
+    std::vector<double> planes[2] = {std::vector<double>(size_t(hw * hh)), std::vector<double>(size_t(hw * hh))};
+    for (int hy = 0; hy < hh; ++hy)
+        for (int hx = 0; hx < hw; ++hx) {
+            double cb = 0, cr = 0;
+            int n = 0;
+            for (int y = 2 * hy; y < std::min(2 * hy + 2, height); ++y)
+                for (int x = 2 * hx; x < std::min(2 * hx + 2, width); ++x, ++n) {
+                    const uint8_t* c = at(x, y);
+                    cb += -0.168736 * c[0] - 0.331264 * c[1] + 0.5 * c[2] + 128;
+                    cr += 0.5 * c[0] - 0.418688 * c[1] - 0.081312 * c[2] + 128;
+                }
+            planes[0][size_t(hy * hw + hx)] = cb / n, planes[1][size_t(hy * hw + hx)] = cr / n;
+        }
+    const double a = kChromaSharpening;
+    std::vector<uint8_t>* out[2] = {&p.cb, &p.cr};
+    for (int k = 0; k < 2; ++k) {
+        std::vector<double>& v = planes[k];
+        std::vector<double> h(v.size());
+        for (int y = 0; y < hh; ++y)
+            for (int x = 0; x < hw; ++x)
+                h[size_t(y * hw + x)] = (1 + 2 * a) * v[size_t(y * hw + x)] -
+                                        a * v[size_t(y * hw + std::max(x - 1, 0))] -
+                                        a * v[size_t(y * hw + std::min(x + 1, hw - 1))];
+        out[k]->resize(p.chromaStride * p.chromaRows);
+        for (size_t y = 0; y < p.chromaRows; ++y)
+            for (size_t x = 0; x < p.chromaStride; ++x) {
+                const int cx = std::min(int(x), hw - 1), cy = std::min(int(y), hh - 1);
+                const double s = (1 + 2 * a) * h[size_t(cy * hw + cx)] - a * h[size_t(std::max(cy - 1, 0) * hw + cx)] -
+                                 a * h[size_t(std::min(cy + 1, hh - 1) * hw + cx)];
+                (*out[k])[y * p.chromaStride + x] = toByte(s);
+            }
+    }
+    return p;
+}
+
+TEST(JpegWriter, ColourPlanesFollowTheirDefinitionToTheNearestLevel) {
+    std::mt19937 random(8);
+    for (const auto& [w, h] : std::vector<std::pair<int, int>>{{1, 1}, {2, 3}, {17, 9}, {40, 33}, {64, 48}}) {
+        std::vector<uint8_t> rgb(size_t(w) * size_t(h) * 3);
+        for (uint8_t& v : rgb) v = uint8_t(random());
+        const voimg::detail::YccPlanes got = voimg::detail::makeYccPlanes(rgb.data(), w, h);
+        const voimg::detail::YccPlanes want = planesByDefinition(rgb, w, h);
+        ASSERT_EQ(got.lumaStride, want.lumaStride);
+        ASSERT_EQ(got.lumaRows, want.lumaRows);
+        ASSERT_EQ(got.chromaStride, want.chromaStride);
+        ASSERT_EQ(got.chromaRows, want.chromaRows);
+        // Fixed point and float both round to the nearest level; they may part on values within a hair of
+        // a half.
+        auto expectClose = [&](const std::vector<uint8_t>& a, const std::vector<uint8_t>& b, const char* plane) {
+            ASSERT_EQ(a.size(), b.size());
+            int off = 0;
+            for (size_t i = 0; i < a.size(); ++i) {
+                ASSERT_LE(std::abs(int(a[i]) - int(b[i])), 1) << plane << " " << w << "x" << h << " at " << i;
+                off += a[i] != b[i];
+            }
+            EXPECT_LE(off, int(a.size() / 50) + 1) << plane << " " << w << "x" << h;
+        };
+        expectClose(got.y, want.y, "Y");
+        expectClose(got.cb, want.cb, "Cb");
+        expectClose(got.cr, want.cr, "Cr");
+    }
 }
 
 TEST(JpegWriter, OddAndTinySizesRoundTrip) {

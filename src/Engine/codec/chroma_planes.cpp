@@ -7,11 +7,20 @@ namespace voimg::detail {
 namespace {
 
 // Nearest byte; plain truncation after the clamp is rounding for non-negative values, and much cheaper
-// than the library's rounding functions.
-inline uint8_t toByte(float v) { return uint8_t(std::clamp(v, 0.0f, 255.0f) + 0.5f); }
+// than the library's rounding functions. min and max rather than a clamp keep it free of branches.
+inline uint8_t toByte(float v) { return uint8_t(std::min(std::max(v, 0.0f), 255.0f) + 0.5f); }
 
-float cbOf(const uint8_t* p) { return -0.168736f * p[0] - 0.331264f * p[1] + 0.5f * p[2] + 128.0f; }
-float crOf(const uint8_t* p) { return 0.5f * p[0] - 0.418688f * p[1] - 0.081312f * p[2] + 128.0f; }
+// JFIF's weights in 16-bit fixed point (they sum to 65536, so white stays 255).
+constexpr int kRed = 19595, kGreen = 38470, kBlue = 7471;
+inline uint8_t lumaOf(const uint8_t* p) { return uint8_t((kRed * p[0] + kGreen * p[1] + kBlue * p[2] + 32768) >> 16); }
+template <typename T>
+inline float cbOf(const T* p) {
+    return -0.168736f * p[0] - 0.331264f * p[1] + 0.5f * p[2] + 128.0f;
+}
+template <typename T>
+inline float crOf(const T* p) {
+    return 0.5f * p[0] - 0.418688f * p[1] - 0.081312f * p[2] + 128.0f;
+}
 
 // Sharpens a half-resolution plane in place along both axes with [-a, 1 + 2a, -a], edges repeated. The
 // vertical pass combines whole rows, so both passes run along rows.
@@ -21,9 +30,10 @@ void sharpen(std::vector<float>& plane, int width, int height, float a) {
     for (int y = 0; y < height; ++y) {
         float* row = &plane[size_t(y) * size_t(width)];
         std::copy_n(row, width, line.data());
-        for (int x = 0; x < width; ++x)
-            row[x] = centre * line[size_t(x)] - a * line[size_t(std::max(x - 1, 0))] -
-                     a * line[size_t(std::min(x + 1, width - 1))];
+        const float* l = line.data();
+        row[0] = centre * l[0] - a * l[0] - a * l[std::min(1, width - 1)];
+        for (int x = 1; x < width - 1; ++x) row[x] = centre * l[x] - a * l[x - 1] - a * l[x + 1];
+        if (width > 1) row[width - 1] = centre * l[width - 1] - a * l[width - 2] - a * l[width - 1];
     }
     std::vector<float> above(plane.begin(), plane.begin() + width), current(static_cast<size_t>(width));
     for (int y = 0; y < height; ++y) {
@@ -35,15 +45,32 @@ void sharpen(std::vector<float>& plane, int width, int height, float a) {
     }
 }
 
-// Copies a plane into padded storage, repeating the last column and row.
+// Converts a plane into padded storage, repeating the last column and row.
 void storePadded(const std::vector<float>& plane, int width, int height, std::vector<uint8_t>& out, size_t stride,
                  size_t rows) {
     out.resize(stride * rows);
     for (size_t y = 0; y < rows; ++y) {
-        const float* in = &plane[size_t(std::min<int>(int(y), height - 1)) * size_t(width)];
         uint8_t* o = &out[y * stride];
-        for (size_t x = 0; x < stride; ++x) o[x] = toByte(in[std::min<size_t>(x, size_t(width) - 1)]);
+        if (y >= size_t(height)) {
+            std::copy_n(o - stride, stride, o);
+            continue;
+        }
+        const float* in = &plane[y * size_t(width)];
+        for (size_t x = 0; x < size_t(width); ++x) o[x] = toByte(in[x]);
+        std::fill(o + width, o + stride, o[width - 1]);
     }
+}
+
+// The 2x2 average of Cb and Cr at half-resolution (hx, hy), of the pixels present at odd edges.
+void chromaAverage(const uint8_t* rgb, int width, int height, int hx, int hy, float& cb, float& cr) {
+    float sumB = 0, sumR = 0;
+    int n = 0;
+    for (int y = 2 * hy; y < std::min(2 * hy + 2, height); ++y)
+        for (int x = 2 * hx; x < std::min(2 * hx + 2, width); ++x, ++n) {
+            const uint8_t* p = rgb + (size_t(y) * size_t(width) + size_t(x)) * 3;
+            sumB += cbOf(p), sumR += crOf(p);
+        }
+    cb = sumB / float(n), cr = sumR / float(n);
 }
 
 }  // namespace
@@ -55,31 +82,41 @@ YccPlanes makeYccPlanes(const uint8_t* rgb, int width, int height) {
     planes.lumaStride = size_t(mcuColumns) * 16, planes.lumaRows = size_t(mcuRows) * 16;
     planes.chromaStride = size_t(mcuColumns) * 8, planes.chromaRows = size_t(mcuRows) * 8;
 
+    // Luma row by row; the padding repeats the last column and row.
     planes.y.resize(planes.lumaStride * planes.lumaRows);
     for (size_t y = 0; y < planes.lumaRows; ++y) {
-        const uint8_t* in = rgb + size_t(std::min<int>(int(y), height - 1)) * size_t(width) * 3;
         uint8_t* out = &planes.y[y * planes.lumaStride];
-        for (size_t x = 0; x < planes.lumaStride; ++x) {
-            const uint8_t* p = in + std::min<size_t>(x, size_t(width) - 1) * 3;
-            out[x] = toByte(0.299f * p[0] + 0.587f * p[1] + 0.114f * p[2]);
+        if (y >= size_t(height)) {
+            std::copy_n(out - planes.lumaStride, planes.lumaStride, out);
+            continue;
         }
+        const uint8_t* in = rgb + y * size_t(width) * 3;
+        for (int x = 0; x < width; ++x) out[x] = lumaOf(in + size_t(x) * 3);
+        std::fill(out + width, out + planes.lumaStride, out[width - 1]);
     }
 
-    // Chroma: 2x2 averages (of the pixels present at odd edges), then sharpened.
+    // Chroma: 2x2 averages (of the pixels present at odd edges), then sharpened. Whole 2x2 blocks convert
+    // their summed RGB once (the conversion is linear).
     const int halfWidth = (width + 1) / 2, halfHeight = (height + 1) / 2;
+    const int wholeColumns = width / 2, wholeRows = height / 2;
     std::vector<float> cb(size_t(halfWidth) * size_t(halfHeight)), cr(cb.size());
-    for (int hy = 0; hy < halfHeight; ++hy)
-        for (int hx = 0; hx < halfWidth; ++hx) {
-            float sumB = 0, sumR = 0;
-            int n = 0;
-            for (int y = 2 * hy; y < std::min(2 * hy + 2, height); ++y)
-                for (int x = 2 * hx; x < std::min(2 * hx + 2, width); ++x, ++n) {
-                    const uint8_t* p = rgb + (size_t(y) * size_t(width) + size_t(x)) * 3;
-                    sumB += cbOf(p), sumR += crOf(p);
-                }
-            cb[size_t(hy) * size_t(halfWidth) + size_t(hx)] = sumB / float(n);
-            cr[size_t(hy) * size_t(halfWidth) + size_t(hx)] = sumR / float(n);
+    for (int hy = 0; hy < halfHeight; ++hy) {
+        float* b = &cb[size_t(hy) * size_t(halfWidth)];
+        float* r = &cr[size_t(hy) * size_t(halfWidth)];
+        int hx = 0;
+        if (hy < wholeRows) {
+            const uint8_t* top = rgb + size_t(2 * hy) * size_t(width) * 3;
+            const uint8_t* bottom = top + size_t(width) * 3;
+            for (; hx < wholeColumns; ++hx) {
+                const uint8_t *p = top + size_t(hx) * 6, *q = bottom + size_t(hx) * 6;
+                const float sum[3] = {float(p[0] + p[3] + q[0] + q[3]), float(p[1] + p[4] + q[1] + q[4]),
+                                      float(p[2] + p[5] + q[2] + q[5])};
+                b[hx] = cbOf(sum) * 0.25f + 96.0f;  // the offset of 128 was counted four times
+                r[hx] = crOf(sum) * 0.25f + 96.0f;
+            }
         }
+        for (; hx < halfWidth; ++hx) chromaAverage(rgb, width, height, hx, hy, b[hx], r[hx]);
+    }
     sharpen(cb, halfWidth, halfHeight, kChromaSharpening);
     sharpen(cr, halfWidth, halfHeight, kChromaSharpening);
     storePadded(cb, halfWidth, halfHeight, planes.cb, planes.chromaStride, planes.chromaRows);
