@@ -27,14 +27,24 @@ public:
     // Lines whose text after the prefix is exactly `message` (the line ends with message + "\n").
     [[nodiscard]] int count(const std::string& message) const {
         int n = 0;
-        for (const std::string& line : lines_) {
-            const std::string tail = "] " + message + "\n";
-            n += line.size() >= tail.size() && line.compare(line.size() - tail.size(), tail.size(), tail) == 0;
-        }
+        for (const std::string& line : lines_) n += says(line, message);
         return n;
+    }
+    // The texts among `messages` that the lines say, in the order logged.
+    [[nodiscard]] std::vector<std::string> sequence(const std::vector<std::string>& messages) const {
+        std::vector<std::string> out;
+        for (const std::string& line : lines_)
+            for (const std::string& message : messages)
+                if (says(line, message)) out.push_back(message);
+        return out;
     }
 
 private:
+    static bool says(const std::string& line, const std::string& message) {
+        const std::string tail = "] " + message + "\n";
+        return line.size() >= tail.size() && line.compare(line.size() - tail.size(), tail.size(), tail) == 0;
+    }
+
     VoLogSink previous_;
     std::vector<std::string> lines_;
 };

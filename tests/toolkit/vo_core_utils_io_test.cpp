@@ -103,6 +103,29 @@ TEST(VoCoreUtilsExport, TwoExportsShareOneContext) {
     EXPECT_TRUE(test::fileExists(dir.file("2.jpg")));
 }
 
+TEST(VoCoreUtilsExport, SeveralExportsAtOnceWriteWhatEachWouldAndReportInOrder) {
+    TempDir dir;
+    const CIImage small = testImage(), large = testImage(300, 200);
+    LogCapture log;
+    VoCoreUtils::exportImagesToURLs({{VoCoreUtils::emptyCoreImage(), dir.file("a.jpg")},
+                                     {small, dir.file("missing/b.jpg")},
+                                     {small, dir.file("c.jpg")},
+                                     {VoCoreUtils::emptyCoreImage(), dir.file("d.jpg")},
+                                     {large, dir.file("e.jpg")}});
+    const std::string unwritten = "problems writing JPEG file\n",
+                      noDestination = "problems creating image destination\n";
+    EXPECT_EQ(log.sequence({unwritten, noDestination}),
+              (std::vector<std::string>{unwritten, noDestination, unwritten}));
+    EXPECT_FALSE(test::fileExists(dir.file("a.jpg")));
+    EXPECT_FALSE(test::fileExists(dir.file("d.jpg")));
+    // The pictures written side by side are those written one at a time.
+    VoCoreUtils::exportImageToURL(small, dir.file("c1.jpg"));
+    VoCoreUtils::exportImageToURL(large, dir.file("e1.jpg"));
+    EXPECT_EQ(test::readBytes(dir.file("c.jpg")), test::readBytes(dir.file("c1.jpg")));
+    EXPECT_EQ(test::readBytes(dir.file("e.jpg")), test::readBytes(dir.file("e1.jpg")));
+    EXPECT_FALSE(test::readBytes(dir.file("e.jpg")).empty());
+}
+
 TEST(VoCoreUtilsExport, MissingImageWritesAndLogsNothing) {
     TempDir dir;
     LogCapture log;

@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <filesystem>
+#include <system_error>
+#include <thread>
 
 #include "Common/Foundation/VoLog.h"
 #include "Engine/codec/codec.h"
@@ -56,15 +58,38 @@ voimg::BitmapFormat exportFormat(bool transparant) {
     return transparant ? voimg::BitmapFormat::Rgba8 : voimg::BitmapFormat::Rgb8OverBlack;
 }
 
-void writePicture(const voimg::Bitmap& picture, const std::string& path, bool transparant, float quality) {
+// Encodes and writes a picture; false when nothing usable was written.
+bool encodePicture(const voimg::Bitmap& picture, const std::string& path, bool transparant, float quality) {
     const float q = quality == 0.0f ? float(VoCoreUtils::kDefaultQuality) : quality;
-    bool written = false;
-    if (!picture.isEmpty()) {
-        written = transparant ? voimg::writePngFile(path, picture.bytes.data(), picture.width, picture.height)
-                              : voimg::writeJpegFile(path, picture.bytes.data(), picture.width, picture.height,
-                                                     int(std::clamp(std::lround(double(q) * 100.0), 0L, 100L)));
-    }
+    if (picture.isEmpty()) return false;
+    return transparant ? voimg::writePngFile(path, picture.bytes.data(), picture.width, picture.height)
+                       : voimg::writeJpegFile(path, picture.bytes.data(), picture.width, picture.height,
+                                              int(std::clamp(std::lround(double(q) * 100.0), 0L, 100L)));
+}
+
+void reportUnwritten(bool written) {
     if (!written) VoLog("problems writing JPEG file\n");
+}
+
+void writePicture(const voimg::Bitmap& picture, const std::string& path, bool transparant, float quality) {
+    reportUnwritten(encodePicture(picture, path, transparant, quality));
+}
+
+// Encodes the pictures side by side, the last on this thread (each encoder is a serial pass of its own),
+// and reports failures afterwards in the pictures' order.
+void writePictures(const std::vector<const voimg::Bitmap*>& pictures, const std::vector<std::string>& paths) {
+    std::vector<char> written(pictures.size(), 0);
+    std::vector<std::thread> encoders;
+    for (size_t i = 0; i + 1 < pictures.size(); ++i) {
+        try {
+            encoders.emplace_back([&, i] { written[i] = encodePicture(*pictures[i], paths[i], false, 0.0f); });
+        } catch (const std::system_error&) {  // no thread to be had: encode it here
+            written[i] = encodePicture(*pictures[i], paths[i], false, 0.0f);
+        }
+    }
+    if (!pictures.empty()) written.back() = encodePicture(*pictures.back(), paths.back(), false, 0.0f);
+    for (std::thread& encoder : encoders) encoder.join();
+    for (char w : written) reportUnwritten(w != 0);
 }
 
 void releaseExportMemory() {
@@ -103,13 +128,21 @@ void VoCoreUtils::exportImagesToURLs(const std::vector<std::pair<CIImage, std::s
     for (size_t i = 0; i < requests.size(); ++i)
         if (usable[i]) wanted.push_back(requests[i]);
     const std::vector<voimg::Bitmap> pictures = context.createBitmaps(wanted);
+    // Messages keep the order of the images: an unusable destination's at once, as one export at a time
+    // would have it, the written pictures' failures after each run of them.
+    std::vector<const voimg::Bitmap*> run;
+    std::vector<std::string> runPaths;
     for (size_t i = 0, made = 0; i < paths.size(); ++i) {
-        if (!usable[i]) {
-            VoLog("problems creating image destination\n");
+        if (usable[i]) {
+            run.push_back(&pictures[made++]);
+            runPaths.push_back(paths[i]);
             continue;
         }
-        writePicture(pictures[made++], paths[i], false, 0.0f);
+        writePictures(run, runPaths);
+        run.clear(), runPaths.clear();
+        VoLog("problems creating image destination\n");
     }
+    writePictures(run, runPaths);
     releaseExportMemory();
 }
 
