@@ -9,6 +9,7 @@
 
 #include "Engine/nodes_p.h"
 #include "Engine/resample_p.h"
+#include "Engine/resample_taps_p.h"
 #include "engine_test_util.h"
 
 namespace voimg {
@@ -24,6 +25,30 @@ Image randomImage(int width, int height, uint32_t seed) {
     return makeImage(width, height, [&](int, int, uint8_t* p) {
         for (int k = 0; k < 4; ++k) p[k] = uint8_t(rng());
     });
+}
+
+// Each output pixel's taps are the kernel at its source pixels' distances, normalised to sum to one.
+TEST(AxisTaps, WeightsAreTheNormalisedKernelAtEachSourcePixel) {
+    std::mt19937 rng(12);
+    std::uniform_real_distribution<double> scaleOf(0.05, 2.0), offset(-3.0, 3.0);
+    for (int round = 0; round < 40; ++round) {
+        const double scale = scaleOf(rng), a = 1 / scale, b = offset(rng);
+        const ResampleKernel kernel = ResampleKernel::forScale(scale);
+        const int64_t n = 37, sources = int64_t(std::ceil(n * a)) + 2;
+        const AxisTaps taps = AxisTaps::build(0, n, a, b, kernel, 0, sources);
+        for (int64_t o = 0; o < n; ++o) {
+            const int count = taps.count[size_t(o)];
+            if (count <= 1) continue;  // nothing, or the nearest pixel alone at an edge
+            const double c = a * (double(o) + 0.5) + b;
+            double sum = 0;
+            for (int k = 0; k < count; ++k) sum += kernel((double(taps.first[size_t(o)] + k) + 0.5 - c) * kernel.scale);
+            for (int k = 0; k < count; ++k) {
+                const double want = kernel((double(taps.first[size_t(o)] + k) + 0.5 - c) * kernel.scale) / sum;
+                ASSERT_NEAR(taps.weights[size_t(o) * size_t(taps.stride) + size_t(k)], want, 1e-6)
+                    << "scale " << scale << " output " << o << " tap " << k;
+            }
+        }
+    }
 }
 
 // Fast separable path and reference over random scales, offsets and flips: the same values up to float
@@ -113,7 +138,7 @@ TEST(SeparableResample, ZonePlateShowsNoFalseRings) {
                 const double r = std::hypot((x + 0.5) * 8 - size / 2, (y + 0.5) * 8 - size / 2);
                 const float v = floatPixelAt(b, x, y)[0];
                 if (r > 0.1 * size && r < 0.45 * size) sum += v, sum2 += v * v, ++n;  // 0.1..0.45 c/px: beyond
-                if (r < 0.03 * size) lo = std::min(lo, v), hi = std::max(hi, v);     // below 0.03 c/px: kept
+                if (r < 0.03 * size) lo = std::min(lo, v), hi = std::max(hi, v);      // below 0.03 c/px: kept
             }
         const double mean = sum / n;
         outerSd = std::sqrt(std::max(0.0, sum2 / n - mean * mean));
