@@ -145,19 +145,23 @@ TEST(FileRenditions, GreyPicturesShrunkWithABoxMatchTheDecodedPictureShrunk) {
 
 TEST(FileRenditions, AFileWithoutImageDataRendersAsAFailedFileDoes) {
     vo::test::TempDir dir;
-    Bytes jpeg = votest::encodeJpeg(votest::makeGradient(320, 240), {});
-    size_t sos = 0;
-    for (size_t i = 0; i + 1 < jpeg.size(); ++i)
-        if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xDA) sos = i;
-    jpeg.resize(sos + 14);
-    const std::string path = writeFile(dir, "nodata.jpg", jpeg);
-    const Image a = shrunk(path, 0.5f);
-    ASSERT_FALSE(a.isNull());  // the header reads fine
-    RenderContext context;
-    const Bitmap together = context.createBitmaps({{a, a.extent(), BitmapFormat::Rgb8OverBlack}})[0];
-    const Bitmap alone = context.createBitmap(shrunk(path, 0.5f), a.extent(), BitmapFormat::Rgb8OverBlack);
-    EXPECT_EQ(together.width, 160);
-    EXPECT_EQ(together.bytes, alone.bytes);  // black
+    // Small renditions, and ones large enough for their blank pixels to be made on a thread of their own.
+    for (const auto& [width, height] : std::vector<std::pair<int, int>>{{320, 240}, {2400, 1600}}) {
+        Bytes jpeg = votest::encodeJpeg(votest::makeGradient(width, height), {});
+        size_t sos = 0;
+        for (size_t i = 0; i + 1 < jpeg.size(); ++i)
+            if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xDA) sos = i;
+        jpeg.resize(sos + 14);
+        const std::string path = writeFile(dir, "nodata" + std::to_string(width) + ".jpg", jpeg);
+        const Image a = shrunk(path, 0.5f);
+        ASSERT_FALSE(a.isNull());  // the header reads fine
+        RenderContext context;
+        const Bitmap together = context.createBitmaps({{a, a.extent(), BitmapFormat::Rgb8OverBlack}})[0];
+        const Bitmap alone = context.createBitmap(shrunk(path, 0.5f), a.extent(), BitmapFormat::Rgb8OverBlack);
+        EXPECT_EQ(together.width, width / 2);
+        EXPECT_EQ(together.bytes.size(), size_t(width / 2) * size_t(height / 2) * 3);
+        EXPECT_EQ(together.bytes, alone.bytes);  // black
+    }
 }
 
 TEST(FileRenditions, OtherRequestsRenderAsCreateBitmapDoes) {
