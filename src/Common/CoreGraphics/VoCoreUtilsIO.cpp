@@ -2,6 +2,8 @@
 // VoCoreUtils: reading images, exporting them as JPEG or PNG, pictures, resources and screenshots.
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <filesystem>
 #include <system_error>
@@ -75,19 +77,24 @@ void writePicture(const voimg::Bitmap& picture, const std::string& path, bool tr
     reportUnwritten(encodePicture(picture, path, transparant, quality));
 }
 
-// Encodes the pictures side by side, the last on this thread (each encoder is a serial pass of its own),
-// and reports failures afterwards in the pictures' order.
+// Encodes the pictures side by side, on this thread and one more per further core (each encoder is a
+// serial pass of its own), and reports failures afterwards in the pictures' order.
 void writePictures(const std::vector<const voimg::Bitmap*>& pictures, const std::vector<std::string>& paths) {
     std::vector<char> written(pictures.size(), 0);
+    std::atomic<size_t> next{0};
+    auto encodeTheRest = [&] {
+        for (size_t i; (i = next++) < pictures.size();) written[i] = encodePicture(*pictures[i], paths[i], false, 0.0f);
+    };
+    const size_t cores = std::max(1u, std::thread::hardware_concurrency());
     std::vector<std::thread> encoders;
-    for (size_t i = 0; i + 1 < pictures.size(); ++i) {
+    for (size_t k = 1; k < std::min(pictures.size(), cores); ++k) {
         try {
-            encoders.emplace_back([&, i] { written[i] = encodePicture(*pictures[i], paths[i], false, 0.0f); });
-        } catch (const std::system_error&) {  // no thread to be had: encode it here
-            written[i] = encodePicture(*pictures[i], paths[i], false, 0.0f);
+            encoders.emplace_back(encodeTheRest);
+        } catch (const std::system_error&) {  // no more threads to be had: the others share the work
+            break;
         }
     }
-    if (!pictures.empty()) written.back() = encodePicture(*pictures.back(), paths.back(), false, 0.0f);
+    encodeTheRest();
     for (std::thread& encoder : encoders) encoder.join();
     for (char w : written) reportUnwritten(w != 0);
 }
