@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <climits>
+#include <exception>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "codec/row_reader.h"
 #include "linear_rows_p.h"
@@ -52,23 +54,33 @@ public:
             }
         }
         fill();
+        finish();
     }
-    ~BlankFiller() { finish(); }
+    ~BlankFiller() {
+        if (thread_.joinable()) thread_.join();
+    }
     BlankFiller(const BlankFiller&) = delete;
     BlankFiller& operator=(const BlankFiller&) = delete;
 
-    // After this the bitmaps are complete.
+    // After this the bitmaps are complete; a failure to allocate them is thrown here, as it would have been
+    // without the thread.
     void finish() {
         if (thread_.joinable()) thread_.join();
+        if (error_) std::rethrow_exception(std::exchange(error_, nullptr));
     }
 
 private:
     void fill() {
-        for (Bitmap& b : bitmaps_) fillBlank(b);
+        try {
+            for (Bitmap& b : bitmaps_) fillBlank(b);
+        } catch (...) {
+            error_ = std::current_exception();
+        }
     }
 
     std::vector<Bitmap>& bitmaps_;
     std::thread thread_;
+    std::exception_ptr error_;
 };
 
 // A share of the columns of every rendition, computed by one thread.

@@ -118,19 +118,22 @@ TEST(StripQueue, FailedPiecesAreReportedAndTheRestStillDecode) {
 
 TEST(StripQueue, WithoutAHelperEverythingIsDecodedOnTheReadingThreadInOneSlot) {
     const uint32_t pieces = 20;
-    Recorder recorder(pieces);
-    StripQueue queue(pieces, kPieceBytes, 1, false, recorder.decode());
-    const uint8_t* first = nullptr;
-    for (uint32_t i = 0; i < pieces; i += 2) {  // every other piece: skipped ones are never decoded
-        bool good = false;
-        const uint8_t* piece = queue.piece(i, good);
-        ASSERT_TRUE(good && holds(piece, i)) << i;
-        if (first == nullptr) first = piece;
-        EXPECT_EQ(piece, first);
-    }
-    for (uint32_t i = 0; i < pieces; ++i) {
-        EXPECT_EQ(recorder.decodeCount[i], i % 2 == 0 ? 1 : 0) << i;
-        if (i % 2 == 0) EXPECT_EQ(recorder.decodedBy[i], 0);
+    for (bool helper : {false, true}) {  // a helper asked for with a single slot is not started
+        Recorder recorder(pieces);
+        StripQueue queue(pieces, kPieceBytes, 1, helper, recorder.decode());
+        const uint8_t* first = nullptr;
+        for (uint32_t i = 0; i < pieces; ++i) {
+            if (i % 5 == 3) continue;  // skipped pieces are never decoded
+            bool good = false;
+            const uint8_t* piece = queue.piece(i, good);
+            ASSERT_TRUE(good && holds(piece, i)) << i;
+            if (first == nullptr) first = piece;
+            EXPECT_EQ(piece, first);  // one slot, used again and again
+        }
+        for (uint32_t i = 0; i < pieces; ++i) {
+            EXPECT_EQ(recorder.decodeCount[i], i % 5 == 3 ? 0 : 1) << i;
+            if (i % 5 != 3) EXPECT_EQ(recorder.decodedBy[i], 0);
+        }
     }
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <exception>
 #include <filesystem>
 #include <system_error>
 #include <thread>
@@ -78,12 +79,20 @@ void writePicture(const voimg::Bitmap& picture, const std::string& path, bool tr
 }
 
 // Encodes the pictures side by side, on this thread and one more per further core (each encoder is a
-// serial pass of its own), and reports failures afterwards in the pictures' order.
+// serial pass of its own), and reports failures afterwards in the pictures' order. An exception leaves
+// as it would from encoding one picture after the other: after the messages of the pictures before.
 void writePictures(const std::vector<const voimg::Bitmap*>& pictures, const std::vector<std::string>& paths) {
     std::vector<char> written(pictures.size(), 0);
+    std::vector<std::exception_ptr> errors(pictures.size());
     std::atomic<size_t> next{0};
     auto encodeTheRest = [&] {
-        for (size_t i; (i = next++) < pictures.size();) written[i] = encodePicture(*pictures[i], paths[i], false, 0.0f);
+        for (size_t i; (i = next++) < pictures.size();) {
+            try {
+                written[i] = encodePicture(*pictures[i], paths[i], false, 0.0f);
+            } catch (...) {
+                errors[i] = std::current_exception();
+            }
+        }
     };
     const size_t cores = std::max(1u, std::thread::hardware_concurrency());
     std::vector<std::thread> encoders;
@@ -96,7 +105,10 @@ void writePictures(const std::vector<const voimg::Bitmap*>& pictures, const std:
     }
     encodeTheRest();
     for (std::thread& encoder : encoders) encoder.join();
-    for (char w : written) reportUnwritten(w != 0);
+    for (size_t i = 0; i < pictures.size(); ++i) {
+        if (errors[i]) std::rethrow_exception(errors[i]);
+        reportUnwritten(written[i] != 0);
+    }
 }
 
 void releaseExportMemory() {

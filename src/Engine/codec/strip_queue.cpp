@@ -6,9 +6,10 @@
 namespace voimg::detail {
 
 StripQueue::StripQueue(uint32_t pieces, size_t pieceBytes, int slots, bool helper, Decode decode)
-    : pieces_(pieces), decode_(std::move(decode)), slots_(size_t(std::max(slots, 2))) {
+    : pieces_(pieces), decode_(std::move(decode)), slots_(size_t(std::max(slots, 1))) {
     for (Slot& slot : slots_) slot.bytes.resize(pieceBytes);
-    if (helper && pieces > 1) helper_ = std::thread([this] { help(); });
+    // With one slot the helper would only ever wait for the reading thread to move on.
+    if (helper && pieces > 1 && slots_.size() > 1) helper_ = std::thread([this] { help(); });
 }
 
 StripQueue::~StripQueue() {

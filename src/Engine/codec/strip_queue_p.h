@@ -25,8 +25,8 @@ public:
     // thread at a time.
     using Decode = std::function<bool(int decoder, uint32_t index, uint8_t* out)>;
 
-    // `slots` (at least 2) pieces in memory at once; `helper` false decodes everything on the reading
-    // thread.
+    // `slots` (at least 1) pieces in memory at once; `helper` false, or a single slot, decodes everything
+    // on the reading thread.
     StripQueue(uint32_t pieces, size_t pieceBytes, int slots, bool helper, Decode decode);
     ~StripQueue();
     StripQueue(const StripQueue&) = delete;
