@@ -131,11 +131,11 @@ private:
         const size_t slots = std::clamp<size_t>((16u << 20) / stripBytes, 1, 8);
         const bool helper = strips >= 4 && slots >= 2 && std::thread::hardware_concurrency() >= 2 &&
                             openTiff(helperReader_, source_, std::max<uint64_t>(maxAlloc, 64u << 20));
-        stripBytes_ = stripBytes;
-        queue_ = std::make_unique<StripQueue>(
-            strips, stripBytes, helper ? int(slots) : 1, helper, [this](int decoder, uint32_t strip, uint8_t* out) {
-                return decodeStrip(decoder == 0 ? reader_ : helperReader_, strip, out, stripBytes_);
-            });
+        queue_ = std::make_unique<StripQueue>(strips, stripBytes, helper ? int(slots) : 1, helper,
+                                              [this, stripBytes](int decoder, uint32_t strip, uint8_t* out) {
+                                                  return decodeStrip(decoder == 0 ? reader_ : helperReader_, strip, out,
+                                                                     stripBytes);
+                                              });
     }
 
     bool decodeStrip(TiffReader& reader, uint32_t strip, uint8_t* out, size_t bytes) const {
@@ -151,7 +151,6 @@ private:
     bool alpha_ = false;
     uint32_t rowsPerStrip_ = 1;
     size_t rowBytes_ = 0;
-    size_t stripBytes_ = 0;
     uint32_t loadedStrip_ = UINT32_MAX;
     const uint8_t* stripData_ = nullptr;
     bool stripGood_ = false;
