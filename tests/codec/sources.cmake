@@ -20,6 +20,7 @@ set(VO_CODEC_TEST_SOURCES
   codec/bad_input_test.cpp
   codec/color_profile_test.cpp
   codec/encoder_test.cpp
+  codec/luma_fit_test.cpp
   codec/probe_test.cpp
   codec/codec_module_test.cpp
 )

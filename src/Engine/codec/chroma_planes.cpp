@@ -75,7 +75,7 @@ void chromaAverage(const uint8_t* rgb, int width, int height, int hx, int hy, fl
 
 }  // namespace
 
-YccPlanes makeYccPlanes(const uint8_t* rgb, int width, int height) {
+YccPlanes makeYccPlanes(const uint8_t* rgb, int width, int height, Luma luma) {
     YccPlanes planes;
     planes.width = width, planes.height = height;
     const int mcuColumns = (width + 15) / 16, mcuRows = (height + 15) / 16;
@@ -84,7 +84,7 @@ YccPlanes makeYccPlanes(const uint8_t* rgb, int width, int height) {
 
     // Luma row by row; the padding repeats the last column and row.
     planes.y.resize(planes.lumaStride * planes.lumaRows);
-    for (size_t y = 0; y < planes.lumaRows; ++y) {
+    for (size_t y = 0; y < planes.lumaRows && luma == Luma::Jfif; ++y) {
         uint8_t* out = &planes.y[y * planes.lumaStride];
         if (y >= size_t(height)) {
             std::copy_n(out - planes.lumaStride, planes.lumaStride, out);

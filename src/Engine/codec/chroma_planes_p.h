@@ -32,7 +32,9 @@ struct YccPlanes {
 // The sharpening `a` above.
 inline constexpr float kChromaSharpening = 0.175f;
 
-// JFIF's full-range YCbCr of `rgb` (width * height * 3 bytes, top row first).
-[[nodiscard]] YccPlanes makeYccPlanes(const uint8_t* rgb, int width, int height);
+// JFIF's full-range YCbCr of `rgb` (width * height * 3 bytes, top row first). With `Luma::Later` the luma
+// plane is only sized, for a caller that chooses the luma itself.
+enum class Luma { Jfif, Later };
+[[nodiscard]] YccPlanes makeYccPlanes(const uint8_t* rgb, int width, int height, Luma luma = Luma::Jfif);
 
 }  // namespace voimg::detail

@@ -4,10 +4,12 @@
 //
 // The colour planes are made here rather than by libjpeg: the half-resolution chroma is chosen so that a
 // decoder's usual (triangle) upsampling brings back the full-resolution chroma as closely as it can, where
-// libjpeg's plain 2x2 average leaves colour edges soft and off. See chroma_planes_p.h.
+// libjpeg's plain 2x2 average leaves colour edges soft and off (chroma_planes_p.h); and the luma is chosen
+// to suit the chroma the decoder will reconstruct (luma_fit_p.h).
 #include "atomic_file_p.h"
 #include "chroma_planes_p.h"
 #include "codec_p.h"
+#include "luma_fit_p.h"
 
 #include <algorithm>
 #include <csetjmp>
@@ -69,23 +71,11 @@ bool compress(jpeg_compress_struct& cinfo, ErrorManager& err, FILE* out, const d
 
 }  // namespace
 
-bool writeJpegFile(const std::string& path, const uint8_t* rgb, int width, int height, int quality,
-                   std::string* error) {
-    using detail::setError;
-    if (rgb == nullptr || width <= 0 || height <= 0 || width > JPEG_MAX_DIMENSION || height > JPEG_MAX_DIMENSION) {
-        setError(error, "invalid image for JPEG output");
-        return false;
-    }
-    detail::AtomicFile file;
-    if (!file.open(path, error)) return false;
+namespace detail {
 
-    detail::YccPlanes planes;
-    try {
-        planes = detail::makeYccPlanes(rgb, width, height);
-    } catch (const std::bad_alloc&) {
-        setError(error, "out of memory");
-        return false;
-    }
+bool writeJpegPlanes(const std::string& path, const YccPlanes& planes, int quality, std::string* error) {
+    AtomicFile file;
+    if (!file.open(path, error)) return false;
     jpeg_compress_struct cinfo{};
     ErrorManager err{};
     cinfo.err = jpeg_std_error(&err.pub);
@@ -98,6 +88,26 @@ bool writeJpegFile(const std::string& path, const uint8_t* rgb, int width, int h
         return false;  // the temporary file goes with `file`
     }
     return file.commit(error);
+}
+
+}  // namespace detail
+
+bool writeJpegFile(const std::string& path, const uint8_t* rgb, int width, int height, int quality,
+                   std::string* error) {
+    if (rgb == nullptr || width <= 0 || height <= 0 || width > JPEG_MAX_DIMENSION || height > JPEG_MAX_DIMENSION) {
+        detail::setError(error, "invalid image for JPEG output");
+        return false;
+    }
+    quality = std::clamp(quality, 1, 100);
+    detail::YccPlanes planes;
+    try {
+        planes = detail::makeYccPlanes(rgb, width, height, detail::Luma::Later);
+        detail::fitLumaToDecodedChroma(planes, rgb, quality);
+    } catch (const std::bad_alloc&) {
+        detail::setError(error, "out of memory");
+        return false;
+    }
+    return detail::writeJpegPlanes(path, planes, quality, error);
 }
 
 }  // namespace voimg

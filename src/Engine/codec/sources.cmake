@@ -42,6 +42,10 @@ set(VO_CODEC_SOURCES
   codec/atomic_file.cpp
   codec/chroma_planes_p.h
   codec/chroma_planes.cpp
+  codec/luma_fit_p.h
+  codec/luma_fit.cpp
+  codec/luma_fit_simd.cpp
+  codec/jpeg_encoder_p.h
   codec/jpeg_encoder.cpp
   codec/png_encoder.cpp
 )
