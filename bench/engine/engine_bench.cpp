@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Micro-benchmarks of the engine's kernels: resampling (tiled, and the streaming resizer's passes scalar
 // and SIMD), colour conversion (whole pictures, and decoded rows to linear light), PNG unfiltering (scalar and SIMD),
-// JPEG colour planes, the reduced JPEG IDCTs and YCbCr rows (scalar and SIMD), composition (scalar and SIMD stage,
+// JPEG colour planes, the luma fit and the whole JPEG writer, the reduced JPEG IDCTs and YCbCr rows (scalar and SIMD), composition (scalar and SIMD stage,
 // whole compositions) and accumulator updates. Rates are in megapixels per second (of output, or of input for the row
 // kernels).
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cmath>
+#include <filesystem>
 #include <random>
 #include <vector>
 
@@ -16,6 +18,7 @@
 #include "Engine/codec/chroma_planes_p.h"
 #include "Engine/codec/codec.h"
 #include "Engine/codec/jpeg_reduced_idct_p.h"
+#include "Engine/codec/luma_fit_p.h"
 #include "Engine/codec/jpeg_ycbcr_rows_p.h"
 #include "Engine/codec/png_unfilter_p.h"
 #include "Engine/linear_rows_p.h"
@@ -203,6 +206,39 @@ void JpegColourPlanes(benchmark::State& state) {
     setRate(state, 900 * 600);
 }
 BENCHMARK(JpegColourPlanes)->Unit(benchmark::kMillisecond);
+
+// A photograph-like 900x600 rendition: smooth colour fields with fine detail.
+std::vector<uint8_t> renditionPixels() {
+    std::vector<uint8_t> rgb(size_t(900) * 600 * 3);
+    std::mt19937 random(4);
+    for (size_t y = 0; y < 600; ++y)
+        for (size_t x = 0; x < 900; ++x)
+            for (size_t c = 0; c < 3; ++c)
+                rgb[(y * 900 + x) * 3 + c] = uint8_t(std::clamp<double>(
+                    128 + 90 * std::sin(double(x) * (0.01 + 0.004 * double(c)) + double(y) * 0.013) +
+                        double(random() % 25) - 12,
+                    0, 255));
+    return rgb;
+}
+
+// The luma fit of a 900x600 JPEG rendition (chroma quantised and upsampled as a decoder would, luma
+// chosen per pixel), and the whole writer on the same picture.
+void JpegLumaFit(benchmark::State& state) {
+    const std::vector<uint8_t> rgb = renditionPixels();
+    voimg::detail::YccPlanes planes = voimg::detail::makeYccPlanes(rgb.data(), 900, 600);
+    for (auto _ : state) voimg::detail::fitLumaToDecodedChroma(planes, rgb.data(), 85);
+    setRate(state, 900 * 600);
+}
+BENCHMARK(JpegLumaFit)->Unit(benchmark::kMillisecond);
+
+void JpegWrite(benchmark::State& state) {
+    const std::vector<uint8_t> rgb = renditionPixels();
+    const std::string path = (std::filesystem::temp_directory_path() / "vo_engine_bench.jpg").string();
+    for (auto _ : state) benchmark::DoNotOptimize(voimg::writeJpegFile(path, rgb.data(), 900, 600, 85, nullptr));
+    std::filesystem::remove(path);
+    setRate(state, 900 * 600);
+}
+BENCHMARK(JpegWrite)->Unit(benchmark::kMillisecond);
 
 // The reduced inverse DCTs of a 1/2 JPEG decode: luma 4x4 from 4x4 coefficients, 4:2:0 chroma 8x8 from
 // 4x4 (rate: blocks per second, in millions).

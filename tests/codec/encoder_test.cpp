@@ -183,7 +183,7 @@ voimg::detail::YccPlanes planesByDefinition(const std::vector<uint8_t>& rgb, int
             planes[0][size_t(hy * hw + hx)] = cb / n, planes[1][size_t(hy * hw + hx)] = cr / n;
         }
     const double a = kChromaSharpening;
-    std::vector<uint8_t>* out[2] = {&p.cb, &p.cr};
+    voimg::detail::PlaneBytes* out[2] = {&p.cb, &p.cr};
     for (int k = 0; k < 2; ++k) {
         std::vector<double>& v = planes[k];
         std::vector<double> h(v.size());
@@ -217,7 +217,7 @@ TEST(JpegWriter, ColourPlanesFollowTheirDefinitionToTheNearestLevel) {
         ASSERT_EQ(got.chromaRows, want.chromaRows);
         // Fixed point and float both round to the nearest level; they may part on values within a hair of
         // a half.
-        auto expectClose = [&](const std::vector<uint8_t>& a, const std::vector<uint8_t>& b, const char* plane) {
+        auto expectClose = [&](const voimg::detail::PlaneBytes& a, const voimg::detail::PlaneBytes& b, const char* plane) {
             ASSERT_EQ(a.size(), b.size());
             int off = 0;
             for (size_t i = 0; i < a.size(); ++i) {

@@ -21,6 +21,7 @@ set(VO_CODEC_TEST_SOURCES
   codec/color_profile_test.cpp
   codec/encoder_test.cpp
   codec/luma_fit_test.cpp
+  codec/chroma_rows_test.cpp
   codec/probe_test.cpp
   codec/codec_module_test.cpp
 )

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <exception>
 #include <filesystem>
+#include <numeric>
 #include <system_error>
 #include <thread>
 
@@ -79,14 +80,22 @@ void writePicture(const voimg::Bitmap& picture, const std::string& path, bool tr
 }
 
 // Encodes the pictures side by side, on this thread and one more per further core (each encoder is a
-// serial pass of its own), and reports failures afterwards in the pictures' order. An exception leaves
-// as it would from encoding one picture after the other: after the messages of the pictures before.
+// serial pass of its own), and reports failures afterwards in the pictures' order. The largest go first,
+// so that the longest encoding starts at once rather than when a new thread first runs. An exception
+// leaves as it would from encoding one picture after the other: after the messages of the pictures before.
 void writePictures(const std::vector<const voimg::Bitmap*>& pictures, const std::vector<std::string>& paths) {
     std::vector<char> written(pictures.size(), 0);
     std::vector<std::exception_ptr> errors(pictures.size());
+    std::vector<size_t> largestFirst(pictures.size());
+    std::iota(largestFirst.begin(), largestFirst.end(), size_t(0));
+    std::stable_sort(largestFirst.begin(), largestFirst.end(), [&](size_t a, size_t b) {
+        return size_t(pictures[a]->width) * size_t(pictures[a]->height) >
+               size_t(pictures[b]->width) * size_t(pictures[b]->height);
+    });
     std::atomic<size_t> next{0};
     auto encodeTheRest = [&] {
-        for (size_t i; (i = next++) < pictures.size();) {
+        for (size_t k; (k = next++) < pictures.size();) {
+            const size_t i = largestFirst[k];
             try {
                 written[i] = encodePicture(*pictures[i], paths[i], false, 0.0f);
             } catch (...) {

@@ -51,6 +51,10 @@ bool AtomicFile::open(const std::string& destination, std::string* error) {
         discard();
         return false;
     }
+    // A thumbnail in one or a few writes rather than one per 4 KiB.
+    constexpr size_t kBufferSize = 64 * 1024;
+    buffer_ = std::make_unique_for_overwrite<char[]>(kBufferSize);
+    std::setvbuf(stream_, buffer_.get(), _IOFBF, kBufferSize);
     destination_ = destination;
     return true;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdio>
+#include <memory>
 #include <string>
 
 namespace voimg::detail {
@@ -31,6 +32,7 @@ private:
 
     std::string destination_;
     std::string temporary_;
+    std::unique_ptr<char[]> buffer_;  // the stream's, larger than stdio's own
     FILE* stream_ = nullptr;
 };
 

@@ -22,43 +22,13 @@ inline float crOf(const T* p) {
     return 0.5f * p[0] - 0.418688f * p[1] - 0.081312f * p[2] + 128.0f;
 }
 
-// Sharpens a half-resolution plane in place along both axes with [-a, 1 + 2a, -a], edges repeated. The
-// vertical pass combines whole rows, so both passes run along rows.
-void sharpen(std::vector<float>& plane, int width, int height, float a) {
+// Sharpens a row in place with [-a, 1 + 2a, -a], edges repeated; `line` is scratch of the same width.
+void sharpenAcross(float* row, int width, float a, float* line) {
     const float centre = 1 + 2 * a;
-    std::vector<float> line(static_cast<size_t>(width));
-    for (int y = 0; y < height; ++y) {
-        float* row = &plane[size_t(y) * size_t(width)];
-        std::copy_n(row, width, line.data());
-        const float* l = line.data();
-        row[0] = centre * l[0] - a * l[0] - a * l[std::min(1, width - 1)];
-        for (int x = 1; x < width - 1; ++x) row[x] = centre * l[x] - a * l[x - 1] - a * l[x + 1];
-        if (width > 1) row[width - 1] = centre * l[width - 1] - a * l[width - 2] - a * l[width - 1];
-    }
-    std::vector<float> above(plane.begin(), plane.begin() + width), current(static_cast<size_t>(width));
-    for (int y = 0; y < height; ++y) {
-        float* row = &plane[size_t(y) * size_t(width)];
-        const float* below = &plane[size_t(std::min(y + 1, height - 1)) * size_t(width)];
-        std::copy_n(row, width, current.data());
-        for (int x = 0; x < width; ++x) row[x] = centre * current[size_t(x)] - a * above[size_t(x)] - a * below[x];
-        above.swap(current);
-    }
-}
-
-// Converts a plane into padded storage, repeating the last column and row.
-void storePadded(const std::vector<float>& plane, int width, int height, std::vector<uint8_t>& out, size_t stride,
-                 size_t rows) {
-    out.resize(stride * rows);
-    for (size_t y = 0; y < rows; ++y) {
-        uint8_t* o = &out[y * stride];
-        if (y >= size_t(height)) {
-            std::copy_n(o - stride, stride, o);
-            continue;
-        }
-        const float* in = &plane[y * size_t(width)];
-        for (size_t x = 0; x < size_t(width); ++x) o[x] = toByte(in[x]);
-        std::fill(o + width, o + stride, o[width - 1]);
-    }
+    std::copy_n(row, width, line);
+    row[0] = centre * line[0] - a * line[0] - a * line[std::min(1, width - 1)];
+    for (int x = 1; x < width - 1; ++x) row[x] = centre * line[x] - a * line[x - 1] - a * line[x + 1];
+    if (width > 1) row[width - 1] = centre * line[width - 1] - a * line[width - 2] - a * line[width - 1];
 }
 
 // The 2x2 average of Cb and Cr at half-resolution (hx, hy), of the pixels present at odd edges.
@@ -75,16 +45,86 @@ void chromaAverage(const uint8_t* rgb, int width, int height, int hx, int hy, fl
 
 }  // namespace
 
-YccPlanes makeYccPlanes(const uint8_t* rgb, int width, int height, Luma luma) {
+void averageChromaBlocksScalar(const uint8_t* top, const uint8_t* bottom, size_t blocks, float* cb, float* cr) {
+    // The conversion is linear, so each block converts its summed RGB once.
+    for (size_t b = 0; b < blocks; ++b) {
+        const uint8_t *p = top + b * 6, *q = bottom + b * 6;
+        const float sum[3] = {float(p[0] + p[3] + q[0] + q[3]), float(p[1] + p[4] + q[1] + q[4]),
+                              float(p[2] + p[5] + q[2] + q[5])};
+        cb[b] = cbOf(sum) * 0.25f + 96.0f;  // the offset of 128 was counted four times
+        cr[b] = crOf(sum) * 0.25f + 96.0f;
+    }
+}
+
+void sharpenAlongColumnsScalar(const float* above, const float* current, const float* below, size_t width, float a,
+                               uint8_t* out) {
+    const float centre = 1 + 2 * a;
+    for (size_t x = 0; x < width; ++x) out[x] = toByte(centre * current[x] - a * above[x] - a * below[x]);
+}
+
+YccPlanes sizedYccPlanes(int width, int height) {
     YccPlanes planes;
     planes.width = width, planes.height = height;
     const int mcuColumns = (width + 15) / 16, mcuRows = (height + 15) / 16;
     planes.lumaStride = size_t(mcuColumns) * 16, planes.lumaRows = size_t(mcuRows) * 16;
     planes.chromaStride = size_t(mcuColumns) * 8, planes.chromaRows = size_t(mcuRows) * 8;
-
-    // Luma row by row; the padding repeats the last column and row.
     planes.y.resize(planes.lumaStride * planes.lumaRows);
-    for (size_t y = 0; y < planes.lumaRows && luma == Luma::Jfif; ++y) {
+    planes.cb.resize(planes.chromaStride * planes.chromaRows);
+    planes.cr.resize(planes.cb.size());
+    return planes;
+}
+
+ChromaRows::ChromaRows(const uint8_t* rgb, YccPlanes& planes, size_t firstRow)
+    : rgb_(rgb),
+      planes_(planes),
+      halfWidth_((planes.width + 1) / 2),
+      halfHeight_((planes.height + 1) / 2),
+      ring_(size_t(6) * size_t(halfWidth_)),
+      line_(size_t(halfWidth_)),
+      averaged_(firstRow == 0 ? 0 : std::min(firstRow - 1, size_t(halfHeight_ - 1))),
+      made_(firstRow) {}
+
+void ChromaRows::averageRow(size_t row) {
+    const int width = planes_.width, hy = int(row);
+    float* b = across(row, 0);
+    float* r = across(row, 1);
+    int hx = 0;
+    if (2 * hy + 1 < planes_.height) {  // whole 2x2 blocks
+        const uint8_t* top = rgb_ + size_t(2 * hy) * size_t(width) * 3;
+        averageChromaBlocks(top, top + size_t(width) * 3, size_t(width / 2), b, r);
+        hx = width / 2;
+    }
+    for (; hx < halfWidth_; ++hx) chromaAverage(rgb_, width, planes_.height, hx, hy, b[hx], r[hx]);
+    sharpenAcross(b, halfWidth_, kChromaSharpening, line_.data());
+    sharpenAcross(r, halfWidth_, kChromaSharpening, line_.data());
+}
+
+void ChromaRows::makeUpTo(size_t rows) {
+    const float a = kChromaSharpening;
+    const size_t stride = planes_.chromaStride, lastRow = size_t(halfHeight_) - 1;
+    for (rows = std::min(rows, planes_.chromaRows); made_ < rows; ++made_) {
+        uint8_t* out[2] = {&planes_.cb[made_ * stride], &planes_.cr[made_ * stride]};
+        if (made_ > lastRow) {  // padding: the last row again
+            for (uint8_t* o : out) std::copy_n(o - stride, stride, o);
+            continue;
+        }
+        // Sharpening along the columns needs the rows above and below (edges repeated).
+        for (; averaged_ <= std::min(made_ + 1, lastRow); ++averaged_) averageRow(averaged_);
+        for (int plane = 0; plane < 2; ++plane) {
+            const float* above = across(made_ == 0 ? 0 : made_ - 1, plane);
+            const float* current = across(made_, plane);
+            const float* below = across(std::min(made_ + 1, lastRow), plane);
+            uint8_t* o = out[plane];
+            sharpenAlongColumns(above, current, below, size_t(halfWidth_), a, o);
+            std::fill(o + halfWidth_, o + stride, o[halfWidth_ - 1]);
+        }
+    }
+}
+
+YccPlanes makeYccPlanes(const uint8_t* rgb, int width, int height) {
+    YccPlanes planes = sizedYccPlanes(width, height);
+    // Luma row by row; the padding repeats the last column and row.
+    for (size_t y = 0; y < planes.lumaRows; ++y) {
         uint8_t* out = &planes.y[y * planes.lumaStride];
         if (y >= size_t(height)) {
             std::copy_n(out - planes.lumaStride, planes.lumaStride, out);
@@ -94,33 +134,7 @@ YccPlanes makeYccPlanes(const uint8_t* rgb, int width, int height, Luma luma) {
         for (int x = 0; x < width; ++x) out[x] = lumaOf(in + size_t(x) * 3);
         std::fill(out + width, out + planes.lumaStride, out[width - 1]);
     }
-
-    // Chroma: 2x2 averages (of the pixels present at odd edges), then sharpened. Whole 2x2 blocks convert
-    // their summed RGB once (the conversion is linear).
-    const int halfWidth = (width + 1) / 2, halfHeight = (height + 1) / 2;
-    const int wholeColumns = width / 2, wholeRows = height / 2;
-    std::vector<float> cb(size_t(halfWidth) * size_t(halfHeight)), cr(cb.size());
-    for (int hy = 0; hy < halfHeight; ++hy) {
-        float* b = &cb[size_t(hy) * size_t(halfWidth)];
-        float* r = &cr[size_t(hy) * size_t(halfWidth)];
-        int hx = 0;
-        if (hy < wholeRows) {
-            const uint8_t* top = rgb + size_t(2 * hy) * size_t(width) * 3;
-            const uint8_t* bottom = top + size_t(width) * 3;
-            for (; hx < wholeColumns; ++hx) {
-                const uint8_t *p = top + size_t(hx) * 6, *q = bottom + size_t(hx) * 6;
-                const float sum[3] = {float(p[0] + p[3] + q[0] + q[3]), float(p[1] + p[4] + q[1] + q[4]),
-                                      float(p[2] + p[5] + q[2] + q[5])};
-                b[hx] = cbOf(sum) * 0.25f + 96.0f;  // the offset of 128 was counted four times
-                r[hx] = crOf(sum) * 0.25f + 96.0f;
-            }
-        }
-        for (; hx < halfWidth; ++hx) chromaAverage(rgb, width, height, hx, hy, b[hx], r[hx]);
-    }
-    sharpen(cb, halfWidth, halfHeight, kChromaSharpening);
-    sharpen(cr, halfWidth, halfHeight, kChromaSharpening);
-    storePadded(cb, halfWidth, halfHeight, planes.cb, planes.chromaStride, planes.chromaRows);
-    storePadded(cr, halfWidth, halfHeight, planes.cr, planes.chromaStride, planes.chromaRows);
+    ChromaRows(rgb, planes).makeUpTo(planes.chromaRows);
     return planes;
 }
 

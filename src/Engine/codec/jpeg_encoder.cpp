@@ -12,8 +12,12 @@
 #include "luma_fit_p.h"
 
 #include <algorithm>
+#include <atomic>
 #include <csetjmp>
 #include <cstdio>
+#include <memory>
+#include <system_error>
+#include <thread>
 
 #include <jpeglib.h>
 
@@ -34,8 +38,11 @@ struct ErrorManager {
 
 void ignoreMessage(j_common_ptr, int) {}
 
-// All libjpeg calls happen here, so a longjmp never skips a C++ destructor.
-bool compress(jpeg_compress_struct& cinfo, ErrorManager& err, FILE* out, const detail::YccPlanes& planes, int quality) {
+// All libjpeg calls happen here, so a longjmp never skips a C++ destructor. `prepare(row)` is called
+// before each row of 16x16 blocks is written, and must not throw.
+template <class Prepare>
+bool compress(jpeg_compress_struct& cinfo, ErrorManager& err, FILE* out, const detail::YccPlanes& planes, int quality,
+              Prepare prepare) {
     if (setjmp(err.jump)) return false;
     const int width = planes.width, height = planes.height;
     jpeg_create_compress(&cinfo);
@@ -58,6 +65,7 @@ bool compress(jpeg_compress_struct& cinfo, ErrorManager& err, FILE* out, const d
     JSAMPARRAY components[3] = {luma, cb, cr};
     while (cinfo.next_scanline < cinfo.image_height) {
         const size_t y = cinfo.next_scanline;
+        prepare(y / 16);
         for (size_t i = 0; i < 16; ++i) luma[i] = const_cast<JSAMPROW>(planes.lumaRow(y + i));  // only read
         for (size_t i = 0; i < 8; ++i) {
             cb[i] = const_cast<JSAMPROW>(planes.cbRow(y / 2 + i));
@@ -69,25 +77,122 @@ bool compress(jpeg_compress_struct& cinfo, ErrorManager& err, FILE* out, const d
     return true;
 }
 
-}  // namespace
-
-namespace detail {
-
-bool writeJpegPlanes(const std::string& path, const YccPlanes& planes, int quality, std::string* error) {
-    AtomicFile file;
+template <class Prepare>
+bool writePlanes(const std::string& path, const detail::YccPlanes& planes, int quality, Prepare prepare,
+                 std::string* error) {
+    detail::AtomicFile file;
     if (!file.open(path, error)) return false;
     jpeg_compress_struct cinfo{};
     ErrorManager err{};
     cinfo.err = jpeg_std_error(&err.pub);
     err.pub.error_exit = errorExit;
     err.pub.emit_message = ignoreMessage;
-    const bool ok = compress(cinfo, err, file.stream(), planes, std::clamp(quality, 1, 100));
+    const bool ok = compress(cinfo, err, file.stream(), planes, std::clamp(quality, 1, 100), prepare);
     jpeg_destroy_compress(&cinfo);
     if (!ok) {
-        setError(error, std::string("JPEG encoding failed: ") + err.message);
+        detail::setError(error, std::string("JPEG encoding failed: ") + err.message);
         return false;  // the temporary file goes with `file`
     }
     return file.commit(error);
+}
+
+// The planes of a picture made band by band (16 luma rows, 8 chroma rows) while libjpeg writes them: the
+// chroma of each row of blocks (averaged, sharpened, and quantised as a decoder will see it), then the luma
+// of each band fitted to that chroma, which reaches into the next row of blocks for the upsampling.
+//
+// When the picture is large enough to be worth it, a helper thread makes the lower bands while the writing
+// thread makes the upper ones and encodes them as it goes; it then finds the lower ones made, or waits for
+// them. A fixed split rather than a queue of bands: the writing thread never waits for a helper that the
+// scheduler has not yet let run, except at the split. The helper's share is the larger because the writing
+// thread also encodes, and another picture is usually being encoded beside this one.
+class BandedPlanes {
+public:
+    BandedPlanes(const uint8_t* rgb, int width, int height, int quality)
+        : planes_(detail::sizedYccPlanes(width, height)),
+          bands_(planes_.chromaRows / 8),
+          decoded_(planes_, quality),
+          chroma_(rgb, planes_),
+          fitter_(planes_, rgb, decoded_) {
+        constexpr size_t kHelperPixels = 128 * 1024;
+        split_ = bands_;
+        if (size_t(width) * size_t(height) < kHelperPixels || bands_ < 4 || std::thread::hardware_concurrency() < 2)
+            return;
+        try {
+            split_ = bands_ * 2 / 5;
+            helper_ = std::jthread([this, rgb](std::stop_token stop) { makeLowerBands(rgb, stop); });
+        } catch (const std::system_error&) {  // no thread to be had: the writing thread makes everything
+            split_ = bands_;
+        }
+    }
+    BandedPlanes(const BandedPlanes&) = delete;
+    BandedPlanes& operator=(const BandedPlanes&) = delete;
+
+    [[nodiscard]] const detail::YccPlanes& planes() const { return planes_; }
+
+    // Readies band `band` for writing; bands come in order.
+    void prepare(size_t band) {
+        if (band > split_) return waitFor(lowerBands_, band - split_);
+        // The upper bands' chroma, up to the split; the rows of blocks beyond it are the helper's first two.
+        const size_t needed = std::min(band + 2, bands_);
+        for (; chromaBands_ < std::min(needed, split_); ++chromaBands_) makeChroma(chroma_, chromaBands_);
+        if (needed > split_) waitFor(lowerChroma_, needed - split_);
+        fitter_.fitRows(band * 16, std::min(band * 16 + 16, size_t(planes_.height)));
+    }
+
+private:
+    void makeChroma(detail::ChromaRows& maker, size_t blockRow) {
+        maker.makeUpTo(8 * (blockRow + 1));
+        decoded_.quantiseBlockRow(blockRow);
+    }
+
+    // The helper's share: the chroma of the rows of blocks from the split on, and the luma of the bands
+    // after it (the band at the split needs the writing thread's chroma too, so that thread fits it).
+    void makeLowerBands(const uint8_t* rgb, const std::stop_token& stop) {
+        detail::ChromaRows chroma(rgb, planes_, split_ * 8);
+        detail::LumaFitter fitter(planes_, rgb, decoded_);
+        size_t blockRow = split_;
+        auto makeChromaUpTo = [&](size_t end) {
+            for (; blockRow < end; ++blockRow) {
+                makeChroma(chroma, blockRow);
+                publish(lowerChroma_, blockRow + 1 - split_);
+            }
+        };
+        for (size_t band = split_ + 1; band < bands_ && !stop.stop_requested(); ++band) {
+            makeChromaUpTo(std::min(band + 2, bands_));
+            fitter.fitRows(band * 16, std::min(band * 16 + 16, size_t(planes_.height)));
+            publish(lowerBands_, band - split_);
+        }
+        if (!stop.stop_requested()) makeChromaUpTo(bands_);
+    }
+
+    static void publish(std::atomic<size_t>& counter, size_t value) {
+        counter.store(value, std::memory_order_release);
+        counter.notify_one();
+    }
+    static void waitFor(std::atomic<size_t>& counter, size_t value) {
+        for (size_t now; (now = counter.load(std::memory_order_acquire)) < value;)
+            counter.wait(now, std::memory_order_acquire);
+    }
+
+    detail::YccPlanes planes_;
+    const size_t bands_;
+    size_t split_;  // the first band whose chroma the helper makes (all: none)
+    detail::DecodedChroma decoded_;
+    detail::ChromaRows chroma_;  // the writing thread's makers
+    detail::LumaFitter fitter_;
+    size_t chromaBands_ = 0;              // rows of blocks whose chroma the writing thread made
+    std::atomic<size_t> lowerChroma_{0};  // rows of blocks from the split on made by the helper
+    std::atomic<size_t> lowerBands_{0};   // bands after the split fitted by the helper
+    std::jthread helper_;                 // declared last: stopped and joined before anything it uses goes
+};
+
+}  // namespace
+
+namespace detail {
+
+bool writeJpegPlanes(const std::string& path, const YccPlanes& planes, int quality, std::string* error) {
+    return writePlanes(
+        path, planes, quality, [](size_t) {}, error);
 }
 
 }  // namespace detail
@@ -99,15 +204,15 @@ bool writeJpegFile(const std::string& path, const uint8_t* rgb, int width, int h
         return false;
     }
     quality = std::clamp(quality, 1, 100);
-    detail::YccPlanes planes;
+    std::unique_ptr<BandedPlanes> bands;
     try {
-        planes = detail::makeYccPlanes(rgb, width, height, detail::Luma::Later);
-        detail::fitLumaToDecodedChroma(planes, rgb, quality);
+        bands = std::make_unique<BandedPlanes>(rgb, width, height, quality);
     } catch (const std::bad_alloc&) {
         detail::setError(error, "out of memory");
         return false;
     }
-    return detail::writeJpegPlanes(path, planes, quality, error);
+    return writePlanes(
+        path, bands->planes(), quality, [&](size_t band) { bands->prepare(band); }, error);
 }
 
 }  // namespace voimg

@@ -118,10 +118,10 @@ void roundTripBlocksScalar(const uint8_t* plane, size_t stride, size_t blocks, u
     }
 }
 
-std::vector<uint8_t> quantisedPlane(const std::vector<uint8_t>& plane, size_t stride, size_t rows,
+PlaneBytes quantisedPlane(const PlaneBytes& plane, size_t stride, size_t rows,
                                     const std::array<uint16_t, 64>& table) {
     const BlockTransform t = blockTransform(table);
-    std::vector<uint8_t> out(plane.size());
+    PlaneBytes out(plane.size());
     for (size_t y = 0; y + 8 <= rows; y += 8)
         roundTripBlocks(&plane[y * stride], stride, stride / 8, &out[y * stride], t);
     return out;
@@ -187,24 +187,45 @@ const float* ChromaUpsampler::row(size_t y) {
     return row_.data();
 }
 
-void fitLumaToDecodedChroma(YccPlanes& planes, const uint8_t* rgb, int quality) {
-    const size_t width = size_t(planes.width), height = size_t(planes.height);
-    const std::array<uint16_t, 64> table = chromaQuantisationTable(quality);
-    const std::vector<uint8_t> cb = quantisedPlane(planes.cb, planes.chromaStride, planes.chromaRows, table);
-    const std::vector<uint8_t> cr = quantisedPlane(planes.cr, planes.chromaStride, planes.chromaRows, table);
-    ChromaUpsampler upCb(cb.data(), planes.chromaStride, width, height);
-    ChromaUpsampler upCr(cr.data(), planes.chromaStride, width, height);
-    for (size_t y = 0; y < height; ++y) {
-        const float *blue = upCb.row(y), *red = upCr.row(y);
-        const uint8_t* in = rgb + y * width * 3;
-        uint8_t* luma = &planes.y[y * planes.lumaStride];
+DecodedChroma::DecodedChroma(const YccPlanes& planes, int quality)
+    : planes_(planes),
+      transform_(blockTransform(chromaQuantisationTable(quality))),
+      cb_(planes.cb.size()),
+      cr_(planes.cr.size()) {}
+
+void DecodedChroma::quantiseBlockRow(size_t blockRow) {
+    const size_t stride = planes_.chromaStride, at = blockRow * 8 * stride;
+    roundTripBlocks(&planes_.cb[at], stride, stride / 8, &cb_[at], transform_);
+    roundTripBlocks(&planes_.cr[at], stride, stride / 8, &cr_[at], transform_);
+}
+
+LumaFitter::LumaFitter(YccPlanes& planes, const uint8_t* rgb, const DecodedChroma& chroma)
+    : planes_(planes),
+      rgb_(rgb),
+      upCb_(chroma.cb(), planes.chromaStride, size_t(planes.width), size_t(planes.height)),
+      upCr_(chroma.cr(), planes.chromaStride, size_t(planes.width), size_t(planes.height)) {}
+
+void LumaFitter::fitRows(size_t begin, size_t end) {
+    const size_t width = size_t(planes_.width), height = size_t(planes_.height);
+    for (size_t y = begin; y < end; ++y) {
+        const float *blue = upCb_.row(y), *red = upCr_.row(y);
+        const uint8_t* in = rgb_ + y * width * 3;
+        uint8_t* luma = &planes_.y[y * planes_.lumaStride];
         const size_t done = fitLumaRowQuick(in, blue, red, luma, width);
         fitLumaRowScalar(in, blue, red, luma, done, width);
-        std::fill(luma + width, luma + planes.lumaStride, luma[width - 1]);
+        std::fill(luma + width, luma + planes_.lumaStride, luma[width - 1]);
     }
     // Rows below the picture repeat its last one, as the planes' padding does.
-    for (size_t y = height; y < planes.lumaRows; ++y)
-        std::copy_n(&planes.y[(y - 1) * planes.lumaStride], planes.lumaStride, &planes.y[y * planes.lumaStride]);
+    if (end == height)
+        for (size_t y = height; y < planes_.lumaRows; ++y)
+            std::copy_n(&planes_.y[(y - 1) * planes_.lumaStride], planes_.lumaStride,
+                        &planes_.y[y * planes_.lumaStride]);
+}
+
+void fitLumaToDecodedChroma(YccPlanes& planes, const uint8_t* rgb, int quality) {
+    DecodedChroma chroma(planes, quality);
+    for (size_t blockRow = 0; blockRow < planes.chromaRows / 8; ++blockRow) chroma.quantiseBlockRow(blockRow);
+    LumaFitter(planes, rgb, chroma).fitRows(0, size_t(planes.height));
 }
 
 }  // namespace voimg::detail

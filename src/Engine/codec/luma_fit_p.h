@@ -29,8 +29,15 @@ inline constexpr float kCrToRed = 1.402f, kCbToGreen = -0.34414f, kCrToGreen = -
 // What a decoder reconstructs of a half-resolution plane (`stride` x `rows` bytes, whole 8x8 blocks): each
 // block through the forward DCT, rounded to the nearest multiple of its quantisation step, back through
 // the inverse DCT and rounded to bytes.
-[[nodiscard]] std::vector<uint8_t> quantisedPlane(const std::vector<uint8_t>& plane, size_t stride, size_t rows,
+[[nodiscard]] PlaneBytes quantisedPlane(const PlaneBytes& plane, size_t stride, size_t rows,
                                                   const std::array<uint16_t, 64>& table);
+
+// The 8x8 DCT and a quantisation table, all in natural order: basis[u * 8 + x] = c(u) / 2 *
+// cos((2x + 1) u pi / 16), so that the coefficients of a block f are basis * f * basis^T.
+struct BlockTransform {
+    alignas(32) std::array<float, 64> basis, basisTransposed, step, inverseStep;
+};
+[[nodiscard]] BlockTransform blockTransform(const std::array<uint16_t, 64>& table);
 
 // A half-resolution plane (`stride` bytes a row) of a width x height picture brought back to full
 // resolution row by row, as decoders do it: each sample 3/4 of its own half-resolution sample and 1/4 of
@@ -48,18 +55,40 @@ private:
     std::vector<float> row_;
 };
 
-// Replaces the luma of `planes` (made from `rgb`, width * height * 3 bytes) by the luma that best matches
-// `rgb` together with the chroma a decoder will show after quantisation at `quality`.
+// The chroma a decoder will reconstruct from the planes' stored chroma, predicted one row of 8x8 blocks at a
+// time (rows written by different threads do not overlap). Allocates only in the constructor.
+class DecodedChroma {
+public:
+    DecodedChroma(const YccPlanes& planes, int quality);
+    void quantiseBlockRow(size_t blockRow);
+    [[nodiscard]] const uint8_t* cb() const { return cb_.data(); }
+    [[nodiscard]] const uint8_t* cr() const { return cr_.data(); }
+
+private:
+    const YccPlanes& planes_;
+    BlockTransform transform_;
+    PlaneBytes cb_, cr_;
+};
+
+// Gives each pixel of the luma rows it is asked for the luma that best matches `rgb` (width * height * 3
+// bytes) together with the decoded chroma, whose rows around them (the next row of blocks included, for
+// the upsampling) must be predicted. One per thread; allocates only in the constructor.
+class LumaFitter {
+public:
+    LumaFitter(YccPlanes& planes, const uint8_t* rgb, const DecodedChroma& chroma);
+    // Luma rows [begin, end); rows below the picture are filled in when `end` reaches its height.
+    void fitRows(size_t begin, size_t end);
+
+private:
+    YccPlanes& planes_;
+    const uint8_t* rgb_;
+    ChromaUpsampler upCb_, upCr_;
+};
+
+// All luma of `planes` at once; the chroma planes must be complete.
 void fitLumaToDecodedChroma(YccPlanes& planes, const uint8_t* rgb, int quality);
 
 // ---- Kernels. Each has a scalar reference; the SIMD build runs unless VO_NOSIMD=1 (simd_target.h).
-
-// The 8x8 DCT and a quantisation table, all in natural order: basis[u * 8 + x] = c(u) / 2 *
-// cos((2x + 1) u pi / 16), so that the coefficients of a block f are basis * f * basis^T.
-struct BlockTransform {
-    alignas(32) std::array<float, 64> basis, basisTransposed, step, inverseStep;
-};
-[[nodiscard]] BlockTransform blockTransform(const std::array<uint16_t, 64>& table);
 
 // A row of `blocks` 8x8 blocks from `plane` through quantisation and back into `out` (same layout).
 void roundTripBlocks(const uint8_t* plane, size_t stride, size_t blocks, uint8_t* out, const BlockTransform& t);

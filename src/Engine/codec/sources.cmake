@@ -42,6 +42,7 @@ set(VO_CODEC_SOURCES
   codec/atomic_file.cpp
   codec/chroma_planes_p.h
   codec/chroma_planes.cpp
+  codec/chroma_rows_simd.cpp
   codec/luma_fit_p.h
   codec/luma_fit.cpp
   codec/luma_fit_simd.cpp
