@@ -16,6 +16,7 @@
 #include <csetjmp>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <system_error>
 #include <thread>
 
@@ -117,9 +118,13 @@ public:
         split_ = bands_;
         if (size_t(width) * size_t(height) < kHelperPixels || bands_ < 4 || std::thread::hardware_concurrency() < 2)
             return;
+        // The helper's makers are made here, where running out of memory is reported like any other.
+        const size_t split = bands_ * 2 / 5;
+        helperChroma_.emplace(rgb, planes_, split * 8);
+        helperFitter_.emplace(planes_, rgb, decoded_);
         try {
-            split_ = bands_ * 2 / 5;
-            helper_ = std::jthread([this, rgb](std::stop_token stop) { makeLowerBands(rgb, stop); });
+            split_ = split;
+            helper_ = std::jthread([this](std::stop_token stop) { makeLowerBands(stop); });
         } catch (const std::system_error&) {  // no thread to be had: the writing thread makes everything
             split_ = bands_;
         }
@@ -147,9 +152,9 @@ private:
 
     // The helper's share: the chroma of the rows of blocks from the split on, and the luma of the bands
     // after it (the band at the split needs the writing thread's chroma too, so that thread fits it).
-    void makeLowerBands(const uint8_t* rgb, const std::stop_token& stop) {
-        detail::ChromaRows chroma(rgb, planes_, split_ * 8);
-        detail::LumaFitter fitter(planes_, rgb, decoded_);
+    void makeLowerBands(const std::stop_token& stop) {
+        detail::ChromaRows& chroma = *helperChroma_;
+        detail::LumaFitter& fitter = *helperFitter_;
         size_t blockRow = split_;
         auto makeChromaUpTo = [&](size_t end) {
             for (; blockRow < end; ++blockRow) {
@@ -180,6 +185,8 @@ private:
     detail::DecodedChroma decoded_;
     detail::ChromaRows chroma_;  // the writing thread's makers
     detail::LumaFitter fitter_;
+    std::optional<detail::ChromaRows> helperChroma_;  // the helper's
+    std::optional<detail::LumaFitter> helperFitter_;
     size_t chromaBands_ = 0;              // rows of blocks whose chroma the writing thread made
     std::atomic<size_t> lowerChroma_{0};  // rows of blocks from the split on made by the helper
     std::atomic<size_t> lowerBands_{0};   // bands after the split fitted by the helper
