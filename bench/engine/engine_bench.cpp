@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Micro-benchmarks of the engine's kernels: resampling (tiled, and the streaming resizer's passes scalar
 // and SIMD), colour conversion (whole pictures, and decoded rows to linear light), PNG unfiltering (scalar and SIMD),
-// JPEG colour planes, the luma fit and the whole JPEG writer, the reduced JPEG IDCTs and YCbCr rows (scalar and SIMD), composition (scalar and SIMD stage,
-// whole compositions) and accumulator updates. Rates are in megapixels per second (of output, or of input for the row
-// kernels).
+// JPEG colour planes, the luma fit and the whole JPEG writer, the reduced JPEG IDCTs and YCbCr rows (scalar and SIMD),
+// composition (scalar and SIMD stage, whole compositions) and accumulator updates. Rates are in megapixels per second
+// (of output, or of input for the row kernels).
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -18,8 +18,8 @@
 #include "Engine/codec/chroma_planes_p.h"
 #include "Engine/codec/codec.h"
 #include "Engine/codec/jpeg_reduced_idct_p.h"
-#include "Engine/codec/luma_fit_p.h"
 #include "Engine/codec/jpeg_ycbcr_rows_p.h"
+#include "Engine/codec/luma_fit_p.h"
 #include "Engine/codec/png_unfilter_p.h"
 #include "Engine/linear_rows_p.h"
 #include "Engine/render_context.h"
@@ -119,17 +119,16 @@ void StreamFilterRow(benchmark::State& state) {
     std::vector<int64_t> first(static_cast<size_t>(outWidth));
     std::vector<int> count(static_cast<size_t>(outWidth), taps);
     for (int o = 0; o < outWidth; ++o) first[size_t(o)] = std::min<int64_t>(int64_t(o * 3.333), inWidth - taps);
-    const bool simd = state.range(0) != 0;
+    const auto build = voimg::SimdBuild(state.range(0));
     for (auto _ : state) {
-        if (simd)
-            voimg::filterRow(weights.data(), taps, first.data(), count.data(), in.data(), out.data(), outWidth);
-        else
-            voimg::filterRowScalar(weights.data(), taps, first.data(), count.data(), in.data(), out.data(), outWidth);
+        if (!voimg::filterRowWith(build, weights.data(), taps, first.data(), count.data(), in.data(), out.data(),
+                                  outWidth))
+            return state.SkipWithError("this processor does not run that build");
         benchmark::DoNotOptimize(out.data());
     }
     setRate(state, inWidth);
 }
-BENCHMARK(StreamFilterRow)->Arg(0)->Arg(1)->ArgName("simd")->Unit(benchmark::kMicrosecond);
+BENCHMARK(StreamFilterRow)->DenseRange(0, 2)->ArgName("scalar_avx2_avx512")->Unit(benchmark::kMicrosecond);
 
 // The vertical pass: one 900-pixel output row from 20 filtered rows.
 void StreamSumRows(benchmark::State& state) {
@@ -139,17 +138,15 @@ void StreamSumRows(benchmark::State& state) {
     std::vector<const float*> pointers;
     for (const auto& row : data) pointers.push_back(row.data());
     std::vector<float> weights(static_cast<size_t>(rows), 0.05f), out(static_cast<size_t>(values));
-    const bool simd = state.range(0) != 0;
+    const auto build = voimg::SimdBuild(state.range(0));
     for (auto _ : state) {
-        if (simd)
-            voimg::sumRows(pointers.data(), weights.data(), rows, out.data(), values);
-        else
-            voimg::sumRowsScalar(pointers.data(), weights.data(), rows, out.data(), values);
+        if (!voimg::sumRowsWith(build, pointers.data(), weights.data(), rows, out.data(), values))
+            return state.SkipWithError("this processor does not run that build");
         benchmark::DoNotOptimize(out.data());
     }
     setRate(state, double(values) / 4);
 }
-BENCHMARK(StreamSumRows)->Arg(0)->Arg(1)->ArgName("simd")->Unit(benchmark::kMicrosecond);
+BENCHMARK(StreamSumRows)->DenseRange(0, 2)->ArgName("scalar_avx2_avx512")->Unit(benchmark::kMicrosecond);
 
 // Decoded rows to linear light: one 4000-pixel opaque row, colour or grey, whole (box 1) or straight to
 // the averages of runs of 2 or 4 pixels, as a worker feeds a resizer that boxes columns.
@@ -177,6 +174,27 @@ void LinearRows(benchmark::State& state) {
     setRate(state, width);
 }
 BENCHMARK(LinearRows)->ArgsProduct({{0, 1}, {1, 2, 4}})->ArgNames({"grey", "box"})->Unit(benchmark::kMicrosecond);
+
+// The colour conversion behind LinearRows, opaque or with alpha, in each build: scalar, AVX2, AVX-512.
+void LinearColourPixels(benchmark::State& state) {
+    const int width = 4000;
+    const bool alpha = state.range(1) != 0;
+    std::vector<uint8_t> row(size_t(width) * 4);
+    std::mt19937 random(2);
+    for (uint8_t& v : row) v = uint8_t(random());
+    std::vector<float> out(size_t(width) * 4);
+    const auto build = voimg::SimdBuild(state.range(0));
+    for (auto _ : state) {
+        if (!voimg::linearColourPixelsWith(build, row.data(), width, alpha, out.data()))
+            return state.SkipWithError("this processor does not run that build");
+        benchmark::DoNotOptimize(out.data());
+    }
+    setRate(state, width);
+}
+BENCHMARK(LinearColourPixels)
+    ->ArgsProduct({{0, 1, 2}, {0, 1}})
+    ->ArgNames({"scalar_avx2_avx512", "alpha"})
+    ->Unit(benchmark::kMicrosecond);
 
 // PNG unfiltering of one 5120-pixel RGBA row with each filter, scalar reference and SIMD build.
 void PngUnfilter(benchmark::State& state) {
@@ -214,10 +232,10 @@ std::vector<uint8_t> renditionPixels() {
     for (size_t y = 0; y < 600; ++y)
         for (size_t x = 0; x < 900; ++x)
             for (size_t c = 0; c < 3; ++c)
-                rgb[(y * 900 + x) * 3 + c] = uint8_t(std::clamp<double>(
-                    128 + 90 * std::sin(double(x) * (0.01 + 0.004 * double(c)) + double(y) * 0.013) +
-                        double(random() % 25) - 12,
-                    0, 255));
+                rgb[(y * 900 + x) * 3 + c] = uint8_t(
+                    std::clamp<double>(128 + 90 * std::sin(double(x) * (0.01 + 0.004 * double(c)) + double(y) * 0.013) +
+                                           double(random() % 25) - 12,
+                                       0, 255));
     return rgb;
 }
 

@@ -165,7 +165,6 @@ void setUpWorker(Worker& worker, int index, int total, const std::vector<FileRen
         }
     }
     worker.sourceBegin = std::min(worker.sourceBegin, worker.sourceEnd);
-    worker.linear.resize(size_t(width) * 4);
 }
 
 // Threads sharing the resizing: every core the reading thread leaves, at most two, and no more than the
@@ -178,26 +177,68 @@ int workerCount(const std::vector<FileRendition>& renditions) {
     return int(std::clamp<int64_t>(narrowest / 32, 1, std::clamp(cores - 1, 1, 2)));
 }
 
-void feedWorker(Worker& worker, RowPipeline& pipeline, const RowReader& reader) {
-    const RowLayout layout{reader.sixteenBit(), reader.hasAlpha(), reader.grey()};
-    // A single resizer that boxes columns takes its box averages straight from the decoded bytes.
-    StreamResizer* boxing = worker.direct.size() == 1 && worker.direct[0]->resizer->boxX() > 1 && !layout.sixteenBit
-                                ? worker.direct[0]->resizer.get()
-                                : nullptr;
-    if (boxing) worker.linear.resize(size_t(boxing->boxedWidth()) * 4);
+// How a worker turns decoded rows into the rows its resizers take: linear light over the columns it reads,
+// or, for a single resizer that boxes columns, box averages taken straight from the decoded bytes. Blocks
+// the reading thread prepares ahead (see RowPipeline) go further when the worker feeds a single resizer that
+// filters separately: the rows are filtered horizontally too, which is most of the work.
+struct RowConversion {
+    RowLayout layout;
+    StreamResizer* boxing = nullptr;
+    StreamResizer* filtering = nullptr;
+    int64_t width = 0;
+    int64_t begin = 0, end = 0;  // source columns
+    size_t floatsPerRow = 0;     // of a converted row
+    size_t aheadFloatsPerRow = 0;
+
+    RowConversion(Worker& worker, const RowReader& reader)
+        : layout{reader.sixteenBit(), reader.hasAlpha(), reader.grey()}, width(reader.width()) {
+        if (worker.direct.size() == 1 && worker.direct[0]->resizer->boxX() > 1 && !layout.sixteenBit)
+            boxing = worker.direct[0]->resizer.get();
+        else if (worker.direct.size() == 1 && worker.direct[0]->resizer->filtersSeparately())
+            filtering = worker.direct[0]->resizer.get();
+        begin = worker.sourceBegin, end = worker.sourceEnd;
+        floatsPerRow = size_t(boxing ? boxing->boxedWidth() : width) * 4;
+        aheadFloatsPerRow = filtering ? size_t(filtering->outWidth()) * 4 : floatsPerRow;
+    }
+
+    void convert(const uint8_t* row, float* out) const {
+        if (boxing)
+            toLinearBoxed(row, boxing->boxedBegin(), boxing->boxedEnd(), boxing->boxX(), width, layout, out);
+        else
+            toLinear(row, begin, end, layout, out);
+    }
+
+    // The reading thread's share: `scratch` holds a converted row (floatsPerRow).
+    void prepareAhead(const RowPipeline::Block& block, size_t stride, float* scratch, float* out) const {
+        for (int i = 0; i < block.rows; ++i) {
+            float* row = out + size_t(i) * aheadFloatsPerRow;
+            convert(block.pixels + size_t(i) * stride, filtering ? scratch : row);
+            if (filtering) filtering->filterSourceRow(scratch, row);
+        }
+    }
+};
+
+void feedWorker(Worker& worker, const RowConversion& conversion, RowPipeline& pipeline, const RowReader& reader) {
+    worker.linear.resize(conversion.floatsPerRow);
+    auto push = [&](const float* row) {
+        if (conversion.boxing) return conversion.boxing->pushBoxedRow(row);
+        for (RenditionSlice* slice : worker.direct) slice->resizer->pushRow(row);
+    };
     for (int64_t sequence = 0;; ++sequence) {
         RowPipeline::Block* block = pipeline.waitFor(sequence, true);
         if (!block) return;
+        const bool ahead = block->ahead == RowPipeline::Block::Ahead::Converted;
         for (int i = 0; i < block->rows; ++i) {
-            const uint8_t* row = block->pixels + size_t(i) * reader.stride();
-            if (boxing) {
-                toLinearBoxed(row, boxing->boxedBegin(), boxing->boxedEnd(), boxing->boxX(), reader.width(), layout,
-                              worker.linear.data());
-                boxing->pushBoxedRow(worker.linear.data());
+            if (ahead) {
+                const float* row = block->converted + size_t(i) * conversion.aheadFloatsPerRow;
+                if (conversion.filtering)
+                    conversion.filtering->pushFilteredRow(row);
+                else
+                    push(row);
                 continue;
             }
-            toLinear(row, worker.sourceBegin, worker.sourceEnd, layout, worker.linear.data());
-            for (RenditionSlice* slice : worker.direct) slice->resizer->pushRow(worker.linear.data());
+            conversion.convert(block->pixels + size_t(i) * reader.stride(), worker.linear.data());
+            push(worker.linear.data());
         }
         pipeline.release(block);
     }
@@ -225,10 +266,21 @@ std::optional<FileRendition> fileRenditionOf(const Image& image, const Rect& rec
     return FileRendition{t, image.extent(), grid, format};
 }
 
-std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector<FileRendition>& renditions) {
+std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector<FileRendition>& renditions,
+                                         const RenderContext::RowsFinal& rowsFinal) {
     std::vector<Bitmap> bitmaps;
     for (const FileRendition& r : renditions) bitmaps.push_back(shapeOf(r));
     if (renditions.empty()) return bitmaps;
+    // Final rows are told as they are written when one worker writes whole rows, else all at the end.
+    std::vector<int64_t> told(renditions.size(), 0);
+    auto tell = [&](size_t i, int64_t rows) {
+        if (!rowsFinal || rows <= told[i]) return;
+        told[i] = rows;
+        rowsFinal(i, bitmaps[i], rows);
+    };
+    auto tellAll = [&] {
+        for (size_t i = 0; i < bitmaps.size(); ++i) tell(i, bitmaps[i].height);
+    };
     BlankFiller blanks(bitmaps);
 
     int reduction = 8;
@@ -243,6 +295,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     std::unique_ptr<RowReader> reader = openRowReader(file.path(), options);
     if (!reader) {
         blanks.finish();
+        tellAll();
         return bitmaps;
     }
 
@@ -255,12 +308,18 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
         setUpWorker(workers[size_t(w)], w, workerTotal, renditions, sources, bitmaps, file.extent(), width, height);
 
     blanks.finish();
+    if (rowsFinal && workerTotal == 1)
+        for (size_t i = 0; i < renditions.size(); ++i)
+            workers[0].slices[i].rowsWritten = [&tell, i](int64_t rows) { tell(i, rows); };
     // The reader runs on a thread of its own a few blocks ahead; a reader that leaves work for later has it
     // done on another, in order; the workers resize, the last of them on this thread.
     RowReader& rows = *reader;
     const bool finishing = rows.finishesRows();
+    std::vector<RowConversion> conversions;
+    for (Worker& worker : workers) conversions.emplace_back(worker, rows);
     RowPipeline pipeline(kBlocks, size_t(kBlockRows) * rows.rawStride(),
-                         finishing ? size_t(kBlockRows) * rows.stride() : 0, workerTotal);
+                         finishing ? size_t(kBlockRows) * rows.stride() : 0, workerTotal,
+                         size_t(kBlockRows) * conversions[0].aheadFloatsPerRow);
     std::vector<std::thread> threads;
     struct Joiner {
         RowPipeline& pipeline;
@@ -270,8 +329,17 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
             for (std::thread& t : threads) t.join();
         }
     } joiner{pipeline, threads};
+    std::vector<float> readerScratch(workerTotal == 1 ? conversions[0].floatsPerRow : 0);
     threads.emplace_back([&] {
-        while (RowPipeline::Block* block = pipeline.takeEmpty()) {
+        for (;;) {
+            RowPipeline::Block* convert = nullptr;
+            RowPipeline::Block* block = pipeline.takeEmptyOrConvert(convert);
+            if (convert) {
+                conversions[0].prepareAhead(*convert, rows.stride(), readerScratch.data(), convert->converted);
+                pipeline.markConverted(convert);
+                continue;
+            }
+            if (!block) break;
             block->rows = rows.readRows(block->raw.data(), kBlockRows);
             if (block->rows == 0) {
                 pipeline.putBackEmpty(block);
@@ -292,13 +360,14 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
         });
     }
     for (size_t w = 1; w < workers.size(); ++w)
-        threads.emplace_back([&, w] { feedWorker(workers[w], pipeline, rows); });
-    feedWorker(workers[0], pipeline, rows);
+        threads.emplace_back([&, w] { feedWorker(workers[w], conversions[w], pipeline, rows); });
+    feedWorker(workers[0], conversions[0], pipeline, rows);
     // Every thread runs out of rows on its own; then the resizers flush what the picture's end left.
     for (std::thread& t : threads) t.join();
     threads.clear();
     for (Worker& worker : workers)
         for (RenditionSlice* slice : worker.direct) finishRenditionSlice(*slice);
+    tellAll();
     return bitmaps;
 }
 

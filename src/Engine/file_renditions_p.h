@@ -24,7 +24,10 @@ struct FileRendition {
 
 // Decodes `file` once, in rows, on a thread of its own, while the calling thread shrinks the rows into all
 // renditions. A file that cannot be decoded gives transparent renditions, as a file image renders then.
+// `rowsFinal` (optional) is told of each rendition's final rows as RenderContext::createBitmaps says, with
+// the rendition's index.
 [[nodiscard]] std::vector<Bitmap> renderFileRenditions(const FileNode& file,
-                                                       const std::vector<FileRendition>& renditions);
+                                                       const std::vector<FileRendition>& renditions,
+                                                       const RenderContext::RowsFinal& rowsFinal = {});
 
 }  // namespace voimg

@@ -84,8 +84,7 @@ void toLinear(const uint8_t* row, int64_t begin, int64_t end, RowLayout layout, 
         if (layout.grey)
             return layout.alpha ? convert8<true, true>(row, begin, end, out)
                                 : convert8<true, false>(row, begin, end, out);
-        return layout.alpha ? convert8<false, true>(row, begin, end, out)
-                            : convert8<false, false>(row, begin, end, out);
+        return linearColourPixels(row + begin * 4, end - begin, layout.alpha, out + begin * 4);
     }
     const float* table = srgbToLinear16Table();
     const auto* samples = reinterpret_cast<const uint16_t*>(row) + begin * 4;

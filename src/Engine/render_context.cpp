@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <thread>
 
 #include "bitmap_rows_p.h"
@@ -19,6 +20,31 @@ size_t defaultWorkers() {
 }
 
 float clamp01(float v) { return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f; }
+
+// linearToSrgb8 of the colour channels of `width` RGBA pixels, alpha dropped: the table indices of a run of
+// pixels are computed a pixel per vector operation first, so that the lookups are all that is left per
+// sample.
+void encodeOverBlack(const float* src, int64_t width, uint8_t* bytes) {
+    using Floats = float __attribute__((vector_size(16)));
+    using Ints = int32_t __attribute__((vector_size(16)));
+    const uint8_t* table = linearToSrgb8Table();
+    constexpr int64_t kRun = 256;
+    Ints index[kRun];
+    const Floats zero = {0, 0, 0, 0}, one = {1, 1, 1, 1};
+    const Floats steps = one * float(kLinearToSrgb8Steps), half = one * 0.5f;
+    for (int64_t x0 = 0; x0 < width; x0 += kRun) {
+        const int64_t n = std::min(kRun, width - x0);
+        for (int64_t x = 0; x < n; ++x) {
+            Floats v;
+            std::memcpy(&v, src + (x0 + x) * 4, sizeof v);
+            v = v > zero ? v : zero;  // NaN too
+            v = v < one ? v : one;
+            index[x] = __builtin_convertvector(v * steps + half, Ints);
+        }
+        for (int64_t x = 0; x < n; ++x, bytes += 3)
+            bytes[0] = table[index[x][0]], bytes[1] = table[index[x][1]], bytes[2] = table[index[x][2]];
+    }
+}
 }  // namespace
 
 void convertRow(const float* src, int64_t width, const Bitmap& bitmap, uint8_t* bytes, float* floats) {
@@ -26,12 +52,8 @@ void convertRow(const float* src, int64_t width, const Bitmap& bitmap, uint8_t* 
         case BitmapFormat::RgbaFloatLinear:
             std::copy_n(src, size_t(width) * 4, floats);
             return;
-        case BitmapFormat::Rgb8OverBlack: {
-            const uint8_t* table = linearToSrgb8Table();
-            for (int64_t x = 0; x < width; ++x, src += 4, bytes += 3)
-                for (int k = 0; k < 3; ++k) bytes[k] = linearToSrgb8(table, src[k]);
-            return;
-        }
+        case BitmapFormat::Rgb8OverBlack:
+            return encodeOverBlack(src, width, bytes);
         case BitmapFormat::Rgba8:
         case BitmapFormat::Rgba8Premultiplied: {
             const bool premultiplied = bitmap.format == BitmapFormat::Rgba8Premultiplied;
@@ -92,7 +114,8 @@ Bitmap RenderContext::createBitmap(const Image& image, const Rect& rect, BitmapF
     return bitmap;
 }
 
-std::vector<Bitmap> RenderContext::createBitmaps(const std::vector<RenderRequest>& requests) const {
+std::vector<Bitmap> RenderContext::createBitmaps(const std::vector<RenderRequest>& requests,
+                                                 const RowsFinal& rowsFinal) const {
     std::vector<Bitmap> bitmaps(requests.size());
     // Requests grouped by the file they shrink; the others render one by one.
     std::vector<const FileNode*> files;
@@ -113,11 +136,17 @@ std::vector<Bitmap> RenderContext::createBitmaps(const std::vector<RenderRequest
             continue;
         }
         bitmaps[i] = createBitmap(r.image, r.rect, r.format);
+        if (rowsFinal && bitmaps[i].height > 0) rowsFinal(i, bitmaps[i], bitmaps[i].height);
     }
     for (size_t f = 0; f < files.size(); ++f) {
         std::vector<FileRendition> group;
         for (size_t i : members[f]) group.push_back(renditions[i]);
-        std::vector<Bitmap> made = renderFileRenditions(*files[f], group);
+        RowsFinal groupRowsFinal;
+        if (rowsFinal)
+            groupRowsFinal = [&, f](size_t k, const Bitmap& bitmap, int64_t rows) {
+                rowsFinal(members[f][k], bitmap, rows);
+            };
+        std::vector<Bitmap> made = renderFileRenditions(*files[f], group, groupRowsFinal);
         for (size_t k = 0; k < made.size(); ++k) bitmaps[members[f][k]] = std::move(made[k]);
     }
     return bitmaps;

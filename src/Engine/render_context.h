@@ -64,7 +64,15 @@ public:
     // Renders several requests, each as createBitmap would. Requests that shrink the same file, not decoded
     // yet, are made together from one decode that streams through the file in rows on a thread of its own:
     // the file is read once, and memory does not grow with its size.
-    [[nodiscard]] std::vector<Bitmap> createBitmaps(const std::vector<RenderRequest>& requests) const;
+    //
+    // `rowsFinal`, when given, is told as the rendering gets there that rows [0, rows) (top first) of the
+    // bitmap of request `index` are final, so that they can be used before the others are made: the counts
+    // grow from call to call and end with the bitmap's height (none for an empty bitmap). The calls for one
+    // bitmap come one at a time, from a rendering thread; its pixels stay at the same address, in the
+    // returned bitmap too.
+    using RowsFinal = std::function<void(size_t index, const Bitmap& bitmap, int64_t rows)>;
+    [[nodiscard]] std::vector<Bitmap> createBitmaps(const std::vector<RenderRequest>& requests,
+                                                    const RowsFinal& rowsFinal = {}) const;
 
     // Renders one rectangle of the pixel grid into a caller's float buffer (row 0 = lowest row).
     void render(const Image& image, const TileView& out) const;

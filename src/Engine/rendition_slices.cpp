@@ -18,8 +18,11 @@ void makeRenditionSlice(RenditionSlice& slice, const SliceTarget& target, int64_
     slice.begin = begin, slice.end = end, slice.writeBegin = writeBegin, slice.writeEnd = writeEnd;
     slice.coverage.resize(size_t(writeEnd - writeBegin));
     const double x0 = target.coverage.x, x1 = double(target.coverage.x) + target.coverage.width;
-    for (int64_t i = writeBegin; i < writeEnd; ++i)
+    slice.wholeCoverage = true;
+    for (int64_t i = writeBegin; i < writeEnd; ++i) {
         slice.coverage[size_t(i - writeBegin)] = spanCoverage(grid.x + i, x0, x1);
+        slice.wholeCoverage = slice.wholeCoverage && slice.coverage[size_t(i - writeBegin)] == 1.0f;
+    }
     slice.scaled.resize(size_t(writeEnd - writeBegin) * 4);
     slice.fullRow.clear();
 
@@ -36,15 +39,20 @@ void makeRenditionSlice(RenditionSlice& slice, const SliceTarget& target, int64_
             if (slice.writeEnd <= slice.writeBegin) return;
             const float cy = spanCoverage(grid.maxY() - 1 - row, y0, y1);
             const float* in = rgba + (slice.writeBegin - slice.begin) * 4;
-            float* scaled = slice.scaled.data();
-            for (size_t i = 0; i < slice.coverage.size(); ++i) {
-                const float c = cy * slice.coverage[i];
-                for (size_t k = 0; k < 4; ++k) scaled[i * 4 + k] = in[i * 4 + k] * c;
+            const float* scaled = in;  // as it is where every pixel is covered whole
+            if (cy != 1.0f || !slice.wholeCoverage) {
+                float* out = slice.scaled.data();
+                for (size_t i = 0; i < slice.coverage.size(); ++i) {
+                    const float c = cy * slice.coverage[i];
+                    for (size_t k = 0; k < 4; ++k) out[i * 4 + k] = in[i * 4 + k] * c;
+                }
+                scaled = out;
             }
             const size_t at = size_t(row) * rowValues + size_t(slice.writeBegin) * size_t(bitmap.channels());
             convertRow(scaled, int64_t(slice.coverage.size()), bitmap,
                        bitmap.bytes.empty() ? nullptr : &bitmap.bytes[at],
                        bitmap.floats.empty() ? nullptr : &bitmap.floats[at]);
+            if (slice.rowsWritten) slice.rowsWritten(row + 1);
         });
 }
 

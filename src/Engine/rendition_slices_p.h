@@ -4,6 +4,7 @@
 // optionally passed on to smaller renditions made from these rows.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -19,11 +20,14 @@ struct RenditionSlice {
     int64_t begin = 0, end = 0;            // output columns computed
     int64_t writeBegin = 0, writeEnd = 0;  // of those, the ones this slice writes to the bitmap
     std::vector<float> coverage;           // per written column
+    bool wholeCoverage = true;             // every written column's coverage is 1
     std::vector<float> scaled;             // one written row after coverage
     // Slices of smaller renditions fed with every computed row (before coverage), and the whole-width row
     // they read it from (only columns [begin, end) are valid).
     std::vector<RenditionSlice*> cascades;
     std::vector<float> fullRow;
+    // Told after each output row is written (the number of rows written so far), when set.
+    std::function<void(int64_t rows)> rowsWritten;
 };
 
 struct SliceTarget {

@@ -106,4 +106,28 @@ AxisTaps AxisTaps::build(int64_t outStart, int64_t n, double a, double b, const 
     return t;
 }
 
+void AxisTaps::padToMultipleOf(int multiple, int64_t validLo, int64_t validHi) {
+    const int padded = (stride + multiple - 1) / multiple * multiple;
+    std::vector<float> wider(first.size() * size_t(padded), 0.0f);
+    for (size_t o = 0; o < first.size(); ++o) {
+        const float* from = &weights[o * size_t(stride)];
+        float* to = &wider[o * size_t(padded)];
+        const int n = count[o];
+        const int extra = (n + multiple - 1) / multiple * multiple - n;
+        const int64_t after = std::min<int64_t>(extra, std::max<int64_t>(0, validHi - (first[o] + n)));
+        const int64_t before = extra - after;
+        if (n == 0 || extra == 0 || first[o] - before < validLo) {
+            std::copy_n(from, n, to);
+            continue;
+        }
+        std::copy_n(from, n, to + before);
+        first[o] -= before;
+        count[o] = n + extra;
+        lo = std::min(lo, first[o]);
+        hi = std::max(hi, first[o] + count[o]);
+    }
+    weights = std::move(wider);
+    stride = padded;
+}
+
 }  // namespace voimg

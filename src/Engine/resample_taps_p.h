@@ -27,6 +27,12 @@ struct AxisTaps {
 
     static AxisTaps build(int64_t outStart, int64_t count, double a, double b, const ResampleKernel& kernel,
                           int64_t validLo, int64_t validHi);
+
+    // Pads every output pixel's taps with zero weights to a multiple of `multiple`, at the end or, where
+    // [validLo, validHi) ends first, at the start: a filter loop that takes the taps `multiple` at a time
+    // then never has a remainder, and runs the same number of times for each pixel of a steady shrink.
+    // Pixels without room for the padding are left as they are.
+    void padToMultipleOf(int multiple, int64_t validLo, int64_t validHi);
 };
 
 }  // namespace voimg

@@ -5,7 +5,8 @@
 
 namespace voimg {
 
-RowPipeline::RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int workers) : workers_(workers) {
+RowPipeline::RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int workers, size_t convertedFloats)
+    : workers_(workers), convertedFloats_(workers == 1 ? convertedFloats : 0) {
     for (int i = 0; i < blocks; ++i) {
         auto block = std::make_unique<Block>();
         block->raw.resize(rawBytes);
@@ -13,6 +14,9 @@ RowPipeline::RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int w
         empty_.push_back(block.get());
         storage_.push_back(std::move(block));
     }
+    // Fresh memory costs a page fault per page at its first use, so the few buffers are reused.
+    for (int i = 0; convertedFloats_ > 0 && i < kConvertedBuffers; ++i)
+        spareConverted_.push_back(std::make_unique_for_overwrite<float[]>(convertedFloats_));
 }
 
 RowPipeline::Block* RowPipeline::takeEmpty() {
@@ -22,6 +26,39 @@ RowPipeline::Block* RowPipeline::takeEmpty() {
     Block* block = empty_.front();
     empty_.pop_front();
     return block;
+}
+
+RowPipeline::Block* RowPipeline::convertible() const {
+    if (spareConverted_.empty()) return nullptr;
+    for (auto b = inFlight_.rbegin(); b != inFlight_.rend(); ++b) {
+        if ((*b)->ahead == Block::Ahead::Taken) return nullptr;  // the worker is there already
+        if ((*b)->ahead == Block::Ahead::Open && (*b)->finished) return *b;
+    }
+    return nullptr;
+}
+
+RowPipeline::Block* RowPipeline::takeEmptyOrConvert(Block*& convert) {
+    convert = nullptr;
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return cancelled_ || !empty_.empty() || convertible() != nullptr; });
+    if (cancelled_) return nullptr;
+    if (!empty_.empty()) {
+        Block* block = empty_.front();
+        empty_.pop_front();
+        return block;
+    }
+    convert = convertible();
+    convert->ahead = Block::Ahead::Converting;
+    convert->convertedStorage = std::move(spareConverted_.back());
+    spareConverted_.pop_back();
+    convert->converted = convert->convertedStorage.get();
+    return nullptr;
+}
+
+void RowPipeline::markConverted(Block* block) {
+    std::lock_guard lock(mutex_);
+    block->ahead = Block::Ahead::Converted;
+    changed_.notify_all();
 }
 
 void RowPipeline::putBackEmpty(Block* block) {
@@ -52,13 +89,15 @@ RowPipeline::Block* RowPipeline::waitFor(int64_t sequence, bool needFinished) {
     changed_.wait(lock, [&] {
         if (cancelled_) return true;
         for (Block* b : inFlight_)
-            if (b->sequence == sequence && (b->finished || !needFinished)) {
+            if (b->sequence == sequence && (b->finished || !needFinished) && b->ahead != Block::Ahead::Converting) {
                 found = b;
                 return true;
             }
         return closed_ && sequence >= published_;
     });
-    return cancelled_ ? nullptr : found;
+    if (cancelled_) return nullptr;
+    if (found && needFinished && found->ahead == Block::Ahead::Open) found->ahead = Block::Ahead::Taken;
+    return found;
 }
 
 void RowPipeline::markFinished(Block* block) {
@@ -72,6 +111,8 @@ void RowPipeline::release(Block* block) {
     if (--block->readersLeft > 0) return;
     inFlight_.erase(std::find(inFlight_.begin(), inFlight_.end(), block));
     block->rows = 0, block->finished = false, block->pixels = nullptr;
+    block->ahead = Block::Ahead::Open, block->converted = nullptr;
+    if (block->convertedStorage) spareConverted_.push_back(std::move(block->convertedStorage));
     empty_.push_back(block);
     changed_.notify_all();
 }

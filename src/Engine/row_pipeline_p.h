@@ -2,6 +2,10 @@
 // Blocks of picture rows handed from a reading thread, through an optional finishing thread, to several
 // workers that each read every block, in order. Each block is reused once every worker is done with it,
 // so only a few blocks exist however tall the picture is.
+//
+// With a single worker, the reading thread can take a share of the worker's work: when every block is
+// full and it would wait, it converts the rows of the next published block the worker will take into the
+// form the worker needs, so that whichever side is slower, decoding or resizing, the other helps it along.
 #pragma once
 
 #include <condition_variable>
@@ -23,19 +27,30 @@ public:
         int64_t sequence = 0;
         bool finished = false;
         int readersLeft = 0;
+        // Converted by the reading thread: `converted` then holds the rows in the worker's form.
+        enum class Ahead : uint8_t { Open, Converting, Converted, Taken } ahead = Ahead::Open;
+        float* converted = nullptr;
+        std::unique_ptr<float[]> convertedStorage;  // one of the pipeline's few, while converted
     };
 
-    RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int workers);
+    // `convertedFloats`: room for one block of converted rows; 0 (or several workers) when the reading
+    // thread never converts.
+    RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int workers, size_t convertedFloats = 0);
 
     // Reading side: an empty block to fill (null once cancelled), then handing it on; `finished` when its
     // rows need no finishing. close() after the last block.
     Block* takeEmpty();
+    // The same, except that while no block is empty it returns (in `convert`, with a null result) a block to
+    // convert ahead when there is one; markConverted() when done. Both null once cancelled.
+    Block* takeEmptyOrConvert(Block*& convert);
+    void markConverted(Block* block);
     void putBackEmpty(Block* block);  // taken but not filled
     void publish(Block* block, bool finished);
     void close();
 
     // Block number `sequence` once it was published (and finished, when `needFinished`); null when the
-    // rows ended before it or the pipeline was cancelled.
+    // rows ended before it or the pipeline was cancelled. For the worker, when the reading thread converts
+    // blocks, the block's conversion is over (its `ahead` is Converted) or never starts (Taken).
     Block* waitFor(int64_t sequence, bool needFinished);
     void markFinished(Block* block);
     // A worker is done with the block.
@@ -45,6 +60,10 @@ public:
     void cancel();
 
 private:
+    [[nodiscard]] Block* convertible() const;
+
+    static constexpr int kConvertedBuffers = 3;
+
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::unique_ptr<Block>> storage_;
@@ -52,6 +71,8 @@ private:
     std::deque<Block*> inFlight_;  // published and not yet released by every worker, in sequence order
     int64_t published_ = 0;
     int workers_;
+    size_t convertedFloats_;
+    std::vector<std::unique_ptr<float[]>> spareConverted_;
     bool closed_ = false;
     bool cancelled_ = false;
 };

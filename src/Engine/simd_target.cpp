@@ -26,14 +26,42 @@ bool cpuRunsAvx2() {
 #endif
 }
 
-bool simdDisabledByEnvironment() {
-    static const bool disabled = [] {
-        const char* v = std::getenv("VO_NOSIMD");
-        return v && *v && std::strcmp(v, "0") != 0;
+bool cpuRunsAvx512() {
+#if defined(__x86_64__) || defined(__i386__)
+    // libgcc's answers include the system's support: the AVX-512 features count only when XCR0 says the
+    // operating system saves the wider registers.
+    static const bool runs = [] {
+        __builtin_cpu_init();
+        return cpuRunsAvx2() && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl") &&
+               __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512bw");
     }();
+    return runs;
+#else
+    return false;
+#endif
+}
+
+namespace {
+bool setInEnvironment(const char* name) {
+    const char* v = std::getenv(name);
+    return v && *v && std::strcmp(v, "0") != 0;
+}
+}  // namespace
+
+bool simdDisabledByEnvironment() {
+    static const bool disabled = setInEnvironment("VO_NOSIMD");
     return disabled;
 }
 
 bool simdEnabled() { return cpuRunsAvx2() && !simdDisabledByEnvironment(); }
+
+bool avx512Enabled() {
+    static const bool enabled = simdEnabled() && cpuRunsAvx512() && !setInEnvironment("VO_NOAVX512");
+    return enabled;
+}
+
+SimdBuild preferredSimdBuild() {
+    return avx512Enabled() ? SimdBuild::Avx512 : simdEnabled() ? SimdBuild::Avx2 : SimdBuild::Scalar;
+}
 
 }  // namespace voimg

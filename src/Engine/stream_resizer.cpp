@@ -41,6 +41,7 @@ StreamResizer::StreamResizer(const ResizeAxis& x, const ResizeAxis& y, Emit emit
     boxedWidth_ = (x.srcCount + boxX_ - 1) / boxX_;
     boxedHeight_ = (y.srcCount + boxY_ - 1) / boxY_;
     xTaps_ = tapsOnBoxedGrid(x, boxX_, boxedWidth_);
+    xTaps_.padToMultipleOf(4, 0, boxedWidth_);  // the SIMD filters take four taps at a time
     yTaps_ = tapsOnBoxedGrid(y, boxY_, boxedHeight_);
     outWidth_ = x.outCount;
     if (xTaps_.hi > xTaps_.lo) {
@@ -93,6 +94,13 @@ void StreamResizer::pushBoxedRow(const float* boxed) {
     for (size_t i = 0; i < n; ++i) acc[i] *= inverse;
     rowsInBox_ = 0;
     takeBoxedRow(boxAccumulator_.data());
+}
+
+void StreamResizer::pushFilteredRow(const float* filtered) {
+    ++sourceRows_;
+    std::copy_n(filtered, size_t(outWidth_) * 4, &ring_[size_t(rowsArrived_ % ringRows_) * size_t(outWidth_) * 4]);
+    ++rowsArrived_;
+    emitReadyRows();
 }
 
 void StreamResizer::takeBoxedRow(const float* row) {

@@ -47,6 +47,14 @@ public:
     // After the last source row: emits whatever is left (rows the picture's end left without sources).
     void finish();
 
+    // Without boxing either way, the horizontal pass can run apart from the rest, on another thread and
+    // ahead of time: filterSourceRow() makes a row (outWidth() RGBA floats) from a source row, and
+    // pushFilteredRow() takes it in as if pushRow() had made it.
+    [[nodiscard]] bool filtersSeparately() const { return boxX_ == 1 && boxY_ == 1; }
+    [[nodiscard]] int64_t outWidth() const { return outWidth_; }
+    void filterSourceRow(const float* rgba, float* out) const { filterHorizontally(rgba, out); }
+    void pushFilteredRow(const float* filtered);
+
     [[nodiscard]] int boxX() const { return boxX_; }
     [[nodiscard]] int boxY() const { return boxY_; }
     [[nodiscard]] int64_t boxedWidth() const { return boxedWidth_; }

@@ -217,7 +217,8 @@ TEST(JpegWriter, ColourPlanesFollowTheirDefinitionToTheNearestLevel) {
         ASSERT_EQ(got.chromaRows, want.chromaRows);
         // Fixed point and float both round to the nearest level; they may part on values within a hair of
         // a half.
-        auto expectClose = [&](const voimg::detail::PlaneBytes& a, const voimg::detail::PlaneBytes& b, const char* plane) {
+        auto expectClose = [&](const voimg::detail::PlaneBytes& a, const voimg::detail::PlaneBytes& b,
+                               const char* plane) {
             ASSERT_EQ(a.size(), b.size());
             int off = 0;
             for (size_t i = 0; i < a.size(); ++i) {
@@ -245,6 +246,77 @@ TEST(JpegWriter, OddAndTinySizesRoundTrip) {
         EXPECT_EQ(decoded->height, h);
         EXPECT_LT(squaredError(*decoded, p) / (w * h * 3), 25.0) << w << "x" << h;
     }
+}
+
+// A picture large enough for the writer's helper thread, with detail in every band.
+Picture detailedPicture(int width, int height) {
+    Picture p{width, height, 3, {}};
+    std::mt19937 random(11);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            p.samples.insert(p.samples.end(), {uint8_t((x * 3 + y) & 255), uint8_t(128 + 100 * std::sin(y * 0.1)),
+                                               uint8_t(random() & 255)});
+    return p;
+}
+
+TEST(JpegStreamWriter, RowsToldInStepsGiveTheFileWrittenWhole) {
+    TempDir dir;
+    for (const auto& [w, h] : std::vector<std::pair<int, int>>{{1, 1}, {17, 9}, {600, 450}}) {
+        const Picture p = detailedPicture(w, h);
+        const std::string whole = dir.file("whole" + std::to_string(w) + ".jpg");
+        const std::string steps = dir.file("steps" + std::to_string(w) + ".jpg");
+        std::string error;
+        ASSERT_TRUE(voimg::writeJpegFile(whole, p.samples.data(), w, h, 85, &error)) << error;
+        auto writer = voimg::JpegStreamWriter::open(steps, p.samples.data(), w, h, 85, &error);
+        ASSERT_TRUE(writer) << error;
+        // Uneven steps, some repeated or smaller than before: only growth counts.
+        for (int rows = 0; rows < h; rows += 7) {
+            writer->rowsReady(rows);
+            writer->rowsReady(rows / 2);
+        }
+        EXPECT_FALSE(fileExists(steps));  // not before finish
+        writer->rowsReady(h);
+        ASSERT_TRUE(writer->finish(&error)) << error;
+        EXPECT_EQ(readFile(steps), readFile(whole)) << w << "x" << h;
+    }
+}
+
+TEST(JpegStreamWriter, FinishWritesWhatWasNotToldYet) {
+    TempDir dir;
+    const Picture p = detailedPicture(64, 48);
+    auto writer = voimg::JpegStreamWriter::open(dir.file("a.jpg"), p.samples.data(), 64, 48, 85);
+    ASSERT_TRUE(writer);
+    writer->rowsReady(20);
+    ASSERT_TRUE(writer->finish());
+    ASSERT_TRUE(voimg::writeJpegFile(dir.file("b.jpg"), p.samples.data(), 64, 48, 85));
+    EXPECT_EQ(readFile(dir.file("a.jpg")), readFile(dir.file("b.jpg")));
+}
+
+TEST(JpegStreamWriter, AnUnfinishedWriterLeavesNoFileAndTheOldOneAlone) {
+    TempDir dir;
+    const std::string path = dir.file("thumb.jpg");
+    writeFile(path, {1, 2, 3});
+    const Picture p = detailedPicture(300, 200);
+    {
+        auto writer = voimg::JpegStreamWriter::open(path, p.samples.data(), 300, 200, 85);
+        ASSERT_TRUE(writer);
+        writer->rowsReady(150);
+    }
+    EXPECT_EQ(readFile(path), (Bytes{1, 2, 3}));
+    EXPECT_EQ(listFolder(dir.path()).size(), 1u);  // no temporary file either
+}
+
+TEST(JpegStreamWriter, BadPicturesAndDestinationsAreRefusedAtOnce) {
+    TempDir dir;
+    const Picture p = makeGradient(8, 8);
+    std::string error;
+    EXPECT_FALSE(voimg::JpegStreamWriter::open(dir.file("a.jpg"), nullptr, 8, 8, 85, &error));
+    EXPECT_EQ(error, "invalid image for JPEG output");
+    EXPECT_FALSE(voimg::JpegStreamWriter::open(dir.file("a.jpg"), p.samples.data(), 0, 8, 85));
+    error.clear();
+    EXPECT_FALSE(voimg::JpegStreamWriter::open(dir.file("no/such/folder/a.jpg"), p.samples.data(), 8, 8, 85, &error));
+    EXPECT_FALSE(error.empty());
+    EXPECT_TRUE(listFolder(dir.path()).empty());
 }
 
 TEST(PngWriter, RoundTripsRgbaExactly) {

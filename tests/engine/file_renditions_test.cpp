@@ -3,7 +3,9 @@
 // rendering each on its own, and the same behaviour for files that cannot be decoded.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <thread>
 
 #include "Engine/nodes_p.h"
 #include "codec/test_support.h"
@@ -143,6 +145,34 @@ TEST(FileRenditions, GreyPicturesShrunkWithABoxMatchTheDecodedPictureShrunk) {
     }
 }
 
+TEST(FileRenditions, SharpColourEdgesComeThroughAsInTheWholeDecodeShrunk) {
+    vo::test::TempDir dir;
+    // Hard colour edges every few pixels, where the chroma upsampling shows most: a shortcut that repeated
+    // the chroma samples instead of interpolating them would fall to about 32 dB here.
+    votest::Picture edges{480, 320, 3, {}};
+    for (int y = 0; y < 320; ++y)
+        for (int x = 0; x < 480; ++x)
+            edges.samples.insert(edges.samples.end(),
+                                 {uint8_t(((x + y / 4) / 5) % 2 ? 230 : 20), uint8_t(60 + y / 3), uint8_t(x / 2)});
+    const std::string path = writeFile(dir, "edges.jpg", votest::encodeJpeg(edges, {}));
+    const float scale = 0.4f;  // decoded whole, shrunk 2.5-fold
+    const Image file = shrunk(path, scale);
+    RenderContext context;
+    const Bitmap streamed = context.createBitmaps({{file, file.extent(), BitmapFormat::Rgb8OverBlack}})[0];
+    std::optional<DecodedImage> decoded = decodeImageFile(path);
+    ASSERT_TRUE(decoded);
+    const Image whole = Image::withDecodedImage(std::move(*decoded)).transformed(AffineTransform::scale(scale, scale));
+    const Bitmap tiled = context.createBitmap(whole, file.extent(), BitmapFormat::Rgb8OverBlack);
+    double squared = 0;
+    ASSERT_EQ(streamed.bytes.size(), tiled.bytes.size());
+    for (size_t i = 0; i < tiled.bytes.size(); ++i) {
+        const double d = double(streamed.bytes[i]) - double(tiled.bytes[i]);
+        squared += d * d;
+    }
+    const double psnr = 10 * std::log10(255.0 * 255.0 / std::max(1e-9, squared / double(tiled.bytes.size())));
+    EXPECT_GT(psnr, 38.0);
+}
+
 TEST(FileRenditions, AFileWithoutImageDataRendersAsAFailedFileDoes) {
     vo::test::TempDir dir;
     // Small renditions, and ones large enough for their blank pixels to be made on a thread of their own.
@@ -184,6 +214,62 @@ TEST(FileRenditions, OtherRequestsRenderAsCreateBitmapDoes) {
         EXPECT_EQ(made[i].bytes, alone.bytes) << i;
     }
     EXPECT_TRUE(made[3].isEmpty());
+}
+
+TEST(FileRenditions, RowsAreToldFinalTopFirstAndKeepTheirValues) {
+    vo::test::TempDir dir;
+    const std::string path = writeFile(dir, "photo.jpg", votest::encodeJpeg(votest::makeGradient(1203, 802), {}));
+    const Image a = shrunk(path, 150.0f / 802), b = shrunk(path, 600.0f / 802);
+    RenderContext context;
+    // A copy of the rows told final at each call, to be compared with the finished bitmaps.
+    std::vector<std::vector<std::pair<int64_t, std::vector<uint8_t>>>> partial(2);
+    const std::vector<Bitmap> bitmaps = context.createBitmaps(
+        {{a, a.extent(), BitmapFormat::Rgb8OverBlack}, {b, b.extent(), BitmapFormat::Rgb8OverBlack}},
+        [&](size_t index, const Bitmap& bitmap, int64_t rows) {
+            const size_t rowBytes = size_t(bitmap.width) * 3;
+            partial.at(index).emplace_back(
+                rows, std::vector<uint8_t>(bitmap.bytes.begin(),
+                                           bitmap.bytes.begin() + std::ptrdiff_t(size_t(rows) * rowBytes)));
+        });
+    ASSERT_EQ(bitmaps.size(), 2u);
+    for (size_t i = 0; i < 2; ++i) {
+        ASSERT_FALSE(partial[i].empty()) << i;
+        EXPECT_EQ(partial[i].back().first, bitmaps[i].height) << i;
+        for (size_t k = 0; k < partial[i].size(); ++k) {
+            if (k > 0) {
+                EXPECT_GT(partial[i][k].first, partial[i][k - 1].first) << i;
+            }
+            const std::vector<uint8_t>& rows = partial[i][k].second;
+            EXPECT_TRUE(std::equal(rows.begin(), rows.end(), bitmaps[i].bytes.begin())) << i << " call " << k;
+        }
+    }
+    // With one worker beside the reading thread (two cores), rows are told as they are made.
+    if (std::thread::hardware_concurrency() <= 2) {
+        EXPECT_GT(partial[1].size(), 10u);
+        EXPECT_GT(partial[0].size(), 10u);
+    }
+}
+
+TEST(FileRenditions, FailedFilesAndOtherRequestsAreToldFinalOnceWhole) {
+    vo::test::TempDir dir;
+    Bytes jpeg = votest::encodeJpeg(votest::makeGradient(320, 240), {});
+    size_t sos = 0;
+    for (size_t i = 0; i + 1 < jpeg.size(); ++i)
+        if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xDA) sos = i;
+    jpeg.resize(sos + 14);  // a header that reads, and no image data
+    const std::string broken = writeFile(dir, "broken.jpg", jpeg);
+    const Image failed = shrunk(broken, 0.5f);
+    const Image colour = Image::withColor({0.2f, 0.4f, 0.6f, 1}).croppedTo({0, 0, 10, 10});
+    RenderContext context;
+    std::vector<std::vector<int64_t>> counts(3);
+    const std::vector<Bitmap> made =
+        context.createBitmaps({{failed, failed.extent(), BitmapFormat::Rgb8OverBlack},
+                               {colour, colour.extent(), BitmapFormat::Rgba8},
+                               {Image(), {0, 0, 5, 5}, BitmapFormat::Rgba8}},
+                              [&](size_t index, const Bitmap&, int64_t rows) { counts.at(index).push_back(rows); });
+    EXPECT_EQ(counts[0], std::vector<int64_t>{made[0].height});
+    EXPECT_EQ(counts[1], std::vector<int64_t>{10});
+    EXPECT_TRUE(counts[2].empty());  // an empty bitmap has no rows to tell
 }
 
 }  // namespace

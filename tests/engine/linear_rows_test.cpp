@@ -83,5 +83,20 @@ TEST(LinearRows, BoxedConversionEqualsConvertingThenAveragingWithAShorterLastRun
             }
 }
 
+TEST(LinearRows, TheWideColourKernelEqualsTheScalarReference) {
+    for (bool alpha : {false, true})
+        for (int width : {1, 15, 16, 17, 63, 64, 1001}) {
+            const std::vector<uint8_t> row = randomRow(width, false, alpha, unsigned(width));
+            std::vector<float> wide(size_t(width) * 4, -1.0f), scalar(wide.size(), -2.0f);
+            ASSERT_TRUE(linearColourPixelsWith(SimdBuild::Scalar, row.data(), width, alpha, scalar.data()));
+            if (!linearColourPixelsWith(SimdBuild::Avx512, row.data(), width, alpha, wide.data()))
+                GTEST_SKIP() << "this processor does not run the AVX-512 build";
+            for (size_t i = 0; i < wide.size(); ++i) ASSERT_EQ(wide[i], scalar[i]) << alpha << " " << width << " " << i;
+            float want[4];
+            expectedPixel(&row[0], want);
+            for (int c = 0; c < 4; ++c) EXPECT_NEAR(scalar[size_t(c)], want[c], 1e-6f);
+        }
+}
+
 }  // namespace
 }  // namespace voimg

@@ -126,6 +126,32 @@ TEST(VoCoreUtilsExport, SeveralExportsAtOnceWriteWhatEachWouldAndReportInOrder) 
     EXPECT_FALSE(test::readBytes(dir.file("e.jpg")).empty());
 }
 
+TEST(VoCoreUtilsExport, ShrunkenFilesWrittenWhileTheyAreMadeAreThePicturesWrittenWhole) {
+    TempDir dir;
+    test::writeJpeg(dir.file("photo.jpg"), test::makeTestPicture(1200, 800));
+    const CIImage file = VoCoreUtils::importImageFromUrl(dir.file("photo.jpg"));
+    auto fitted = [&](float height) {
+        return VoCoreUtils::moveImageToOrigin(VoCoreUtils::scaleImageToFitInRect(file, {0, 0, 8192, height}));
+    };
+    const CIImage small = fitted(150), large = fitted(600);
+    LogCapture log;
+    VoCoreUtils::exportImagesToURLs({{small, dir.file("small.jpg")}, {large, dir.file("large.jpg")}});
+    EXPECT_TRUE(log.lines().empty());
+    // The same pictures made again, then written whole.
+    const std::vector<voimg::Bitmap> pictures = VoCoreUtils::sharedExportContext()->createBitmaps(
+        {{small, small.extent(), voimg::BitmapFormat::Rgb8OverBlack},
+         {large, large.extent(), voimg::BitmapFormat::Rgb8OverBlack}});
+    const std::string names[2] = {"small", "large"};
+    for (size_t i = 0; i < 2; ++i) {
+        const voimg::Bitmap& picture = pictures[i];
+        ASSERT_TRUE(voimg::writeJpegFile(dir.file(names[i] + "-whole.jpg"), picture.bytes.data(), picture.width,
+                                         picture.height, 85));
+        EXPECT_EQ(test::readBytes(dir.file(names[i] + ".jpg")), test::readBytes(dir.file(names[i] + "-whole.jpg")))
+            << names[i];
+    }
+    EXPECT_EQ(pictures[1].height, 600);
+}
+
 TEST(VoCoreUtilsExport, MissingImageWritesAndLogsNothing) {
     TempDir dir;
     LogCapture log;

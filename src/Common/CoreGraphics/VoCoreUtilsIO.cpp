@@ -7,7 +7,7 @@
 #include <cmath>
 #include <exception>
 #include <filesystem>
-#include <numeric>
+#include <optional>
 #include <system_error>
 #include <thread>
 
@@ -62,14 +62,58 @@ voimg::BitmapFormat exportFormat(bool transparant) {
     return transparant ? voimg::BitmapFormat::Rgba8 : voimg::BitmapFormat::Rgb8OverBlack;
 }
 
+// The JPEG quality (0 to 100) of an export quality; 0 is the default.
+int jpegQuality(float quality) {
+    const float q = quality == 0.0f ? float(VoCoreUtils::kDefaultQuality) : quality;
+    return int(std::clamp(std::lround(double(q) * 100.0), 0L, 100L));
+}
+
 // Encodes and writes a picture; false when nothing usable was written.
 bool encodePicture(const voimg::Bitmap& picture, const std::string& path, bool transparant, float quality) {
-    const float q = quality == 0.0f ? float(VoCoreUtils::kDefaultQuality) : quality;
     if (picture.isEmpty()) return false;
-    return transparant ? voimg::writePngFile(path, picture.bytes.data(), picture.width, picture.height)
-                       : voimg::writeJpegFile(path, picture.bytes.data(), picture.width, picture.height,
-                                              int(std::clamp(std::lround(double(q) * 100.0), 0L, 100L)));
+    return transparant
+               ? voimg::writePngFile(path, picture.bytes.data(), picture.width, picture.height)
+               : voimg::writeJpegFile(path, picture.bytes.data(), picture.width, picture.height, jpegQuality(quality));
 }
+
+// JPEG exports written while their pictures are being made. A picture whose rows become final in stages
+// gets a writer at its first rows, which encodes every band they allow, so that most of the encoding
+// overlaps the rendering; a picture made all at once is left to writePictures, which encodes several side
+// by side, and so is one whose writer could not be opened.
+class StreamedPictures {
+public:
+    explicit StreamedPictures(const std::vector<std::string>& paths)
+        : paths_(paths), writers_(paths.size()), tried_(paths.size(), false) {}
+
+    void rowsFinal(size_t index, const voimg::Bitmap& picture, int64_t rows) {
+        std::unique_ptr<voimg::JpegStreamWriter>& writer = writers_[index];
+        if (!writer) {
+            if (tried_[index] || rows >= picture.height || picture.isEmpty()) return;
+            tried_[index] = true;
+            try {
+                writer = voimg::JpegStreamWriter::open(paths_[index], picture.bytes.data(), picture.width,
+                                                       picture.height, jpegQuality(0.0f));
+            } catch (const std::bad_alloc&) {  // left to writePictures
+            }
+            if (!writer) return;
+        }
+        writer->rowsReady(int(rows));
+    }
+
+    // Whether each picture was written by its writer, for those that had one.
+    std::vector<std::optional<bool>> finish() {
+        std::vector<std::optional<bool>> written(writers_.size());
+        for (size_t i = 0; i < writers_.size(); ++i)
+            if (writers_[i]) written[i] = writers_[i]->finish();
+        writers_.clear();
+        return written;
+    }
+
+private:
+    const std::vector<std::string>& paths_;
+    std::vector<std::unique_ptr<voimg::JpegStreamWriter>> writers_;
+    std::vector<bool> tried_;
+};
 
 void reportUnwritten(bool written) {
     if (!written) VoLog("problems writing JPEG file\n");
@@ -83,18 +127,25 @@ void writePicture(const voimg::Bitmap& picture, const std::string& path, bool tr
 // serial pass of its own), and reports failures afterwards in the pictures' order. The largest go first,
 // so that the longest encoding starts at once rather than when a new thread first runs. An exception
 // leaves as it would from encoding one picture after the other: after the messages of the pictures before.
-void writePictures(const std::vector<const voimg::Bitmap*>& pictures, const std::vector<std::string>& paths) {
+// `streamed`: the pictures written already, with the outcome.
+void writePictures(const std::vector<const voimg::Bitmap*>& pictures, const std::vector<std::string>& paths,
+                   const std::vector<std::optional<bool>>& streamed) {
     std::vector<char> written(pictures.size(), 0);
     std::vector<std::exception_ptr> errors(pictures.size());
-    std::vector<size_t> largestFirst(pictures.size());
-    std::iota(largestFirst.begin(), largestFirst.end(), size_t(0));
+    std::vector<size_t> largestFirst;
+    for (size_t i = 0; i < pictures.size(); ++i) {
+        if (streamed[i])
+            written[i] = *streamed[i];
+        else
+            largestFirst.push_back(i);
+    }
     std::stable_sort(largestFirst.begin(), largestFirst.end(), [&](size_t a, size_t b) {
         return size_t(pictures[a]->width) * size_t(pictures[a]->height) >
                size_t(pictures[b]->width) * size_t(pictures[b]->height);
     });
     std::atomic<size_t> next{0};
     auto encodeTheRest = [&] {
-        for (size_t k; (k = next++) < pictures.size();) {
+        for (size_t k; (k = next++) < largestFirst.size();) {
             const size_t i = largestFirst[k];
             try {
                 written[i] = encodePicture(*pictures[i], paths[i], false, 0.0f);
@@ -105,7 +156,7 @@ void writePictures(const std::vector<const voimg::Bitmap*>& pictures, const std:
     };
     const size_t cores = std::max(1u, std::thread::hardware_concurrency());
     std::vector<std::thread> encoders;
-    for (size_t k = 1; k < std::min(pictures.size(), cores); ++k) {
+    for (size_t k = 1; k < std::min(largestFirst.size(), cores); ++k) {
         try {
             encoders.emplace_back(encodeTheRest);
         } catch (const std::system_error&) {  // no more threads to be had: the others share the work
@@ -153,24 +204,31 @@ void VoCoreUtils::exportImagesToURLs(const std::vector<std::pair<CIImage, std::s
     std::vector<bool> usable(paths.size());
     for (size_t i = 0; i < paths.size(); ++i) usable[i] = canCreateDestination(paths[i]);
     std::vector<voimg::RenderRequest> wanted;
+    std::vector<std::string> wantedPaths;
     for (size_t i = 0; i < requests.size(); ++i)
-        if (usable[i]) wanted.push_back(requests[i]);
-    const std::vector<voimg::Bitmap> pictures = context.createBitmaps(wanted);
+        if (usable[i]) wanted.push_back(requests[i]), wantedPaths.push_back(paths[i]);
+    StreamedPictures streaming(wantedPaths);
+    const std::vector<voimg::Bitmap> pictures = context.createBitmaps(
+        wanted,
+        [&](size_t index, const voimg::Bitmap& picture, int64_t rows) { streaming.rowsFinal(index, picture, rows); });
+    const std::vector<std::optional<bool>> streamed = streaming.finish();
     // Messages keep the order of the images: an unusable destination's at once, as one export at a time
     // would have it, the written pictures' failures after each run of them.
     std::vector<const voimg::Bitmap*> run;
     std::vector<std::string> runPaths;
+    std::vector<std::optional<bool>> runStreamed;
     for (size_t i = 0, made = 0; i < paths.size(); ++i) {
         if (usable[i]) {
+            runStreamed.push_back(streamed[made]);
             run.push_back(&pictures[made++]);
             runPaths.push_back(paths[i]);
             continue;
         }
-        writePictures(run, runPaths);
-        run.clear(), runPaths.clear();
+        writePictures(run, runPaths, runStreamed);
+        run.clear(), runPaths.clear(), runStreamed.clear();
         VoLog("problems creating image destination\n");
     }
-    writePictures(run, runPaths);
+    writePictures(run, runPaths, runStreamed);
     releaseExportMemory();
 }
 

@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,8 +27,8 @@ enum class FileFormat { Unknown, Jpeg, Png, Tiff, WebP, Gif, Heif, Bmp };
 struct DecodedImage {
     int width = 0;
     int height = 0;
-    bool sixteenBit = false;  // false: uint8_t samples; true: uint16_t samples
-    bool hasAlpha = false;    // the file carries transparency (an alpha channel, tRNS, GIF key colour)
+    bool sixteenBit = false;      // false: uint8_t samples; true: uint16_t samples
+    bool hasAlpha = false;        // the file carries transparency (an alpha channel, tRNS, GIF key colour)
     std::vector<uint8_t> pixels;  // width * height * 4 samples
 
     [[nodiscard]] size_t bytesPerPixel() const { return sixteenBit ? 8 : 4; }
@@ -47,7 +48,7 @@ struct DecodeOptions {
 
 struct ImageInfo {
     FileFormat format = FileFormat::Unknown;
-    int width = 0;   // full-resolution size as declared by the file header
+    int width = 0;  // full-resolution size as declared by the file header
     int height = 0;
 };
 
@@ -70,6 +71,28 @@ struct ImageInfo {
 // top row first, sRGB.
 [[nodiscard]] bool writeJpegFile(const std::string& path, const uint8_t* rgb, int width, int height, int quality,
                                  std::string* error = nullptr);
+
+// The same JPEG written while its picture is being made: rowsReady(n) says that rows [0, n) of `rgb` are
+// final (n grows from call to call), and the writer encodes every band of rows they allow; finish() once
+// the picture is complete replaces the destination. A writer dropped unfinished leaves no file behind.
+// One thread at a time; `rgb` must stay where it is until finish().
+class JpegStreamWriter {
+public:
+    // Null (with `error` set) when the picture is invalid or the destination cannot be created.
+    [[nodiscard]] static std::unique_ptr<JpegStreamWriter> open(const std::string& path, const uint8_t* rgb, int width,
+                                                                int height, int quality, std::string* error = nullptr);
+    ~JpegStreamWriter();
+    JpegStreamWriter(const JpegStreamWriter&) = delete;
+    JpegStreamWriter& operator=(const JpegStreamWriter&) = delete;
+
+    void rowsReady(int rows);
+    [[nodiscard]] bool finish(std::string* error = nullptr);
+
+private:
+    JpegStreamWriter();
+    struct State;
+    std::unique_ptr<State> state_;
+};
 
 // 8-bit RGBA PNG with straight alpha. `rgba` holds width*height*4 bytes, top row first, sRGB.
 [[nodiscard]] bool writePngFile(const std::string& path, const uint8_t* rgba, int width, int height,

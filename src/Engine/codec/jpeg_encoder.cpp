@@ -39,63 +39,67 @@ struct ErrorManager {
 
 void ignoreMessage(j_common_ptr, int) {}
 
-// All libjpeg calls happen here, so a longjmp never skips a C++ destructor. `prepare(row)` is called
-// before each row of 16x16 blocks is written, and must not throw.
-template <class Prepare>
-bool compress(jpeg_compress_struct& cinfo, ErrorManager& err, FILE* out, const detail::YccPlanes& planes, int quality,
-              Prepare prepare) {
-    if (setjmp(err.jump)) return false;
-    const int width = planes.width, height = planes.height;
-    jpeg_create_compress(&cinfo);
-    jpeg_stdio_dest(&cinfo, out);
-    cinfo.image_width = JDIMENSION(width);
-    cinfo.image_height = JDIMENSION(height);
-    cinfo.input_components = 3;
-    cinfo.in_color_space = JCS_YCbCr;
-    jpeg_set_defaults(&cinfo);
-    jpeg_set_quality(&cinfo, quality, TRUE);
-    cinfo.optimize_coding = FALSE;
-    cinfo.write_JFIF_header = TRUE;
-    cinfo.comp_info[0].h_samp_factor = 2;
-    cinfo.comp_info[0].v_samp_factor = 2;
-    for (int c = 1; c < 3; ++c) cinfo.comp_info[c].h_samp_factor = cinfo.comp_info[c].v_samp_factor = 1;
-    cinfo.raw_data_in = TRUE;
-    jpeg_start_compress(&cinfo, TRUE);
-    // Sixteen luma rows and eight chroma rows at a time; the planes are padded to whole blocks.
-    JSAMPROW luma[16], cb[8], cr[8];
-    JSAMPARRAY components[3] = {luma, cb, cr};
-    while (cinfo.next_scanline < cinfo.image_height) {
-        const size_t y = cinfo.next_scanline;
-        prepare(y / 16);
+// libjpeg's compressor taking the planes band by band (16 luma rows, 8 chroma rows; the planes are padded
+// to whole blocks). Every libjpeg call happens in the methods below, each between its own setjmp and any
+// longjmp, so a longjmp never skips a C++ destructor; after a failure message() says why.
+class Compressor {
+public:
+    Compressor() {
+        cinfo_.err = jpeg_std_error(&err_.pub);
+        err_.pub.error_exit = errorExit;
+        err_.pub.emit_message = ignoreMessage;
+    }
+    ~Compressor() { jpeg_destroy_compress(&cinfo_); }  // also after a failed or no jpeg_create_compress
+    Compressor(const Compressor&) = delete;
+    Compressor& operator=(const Compressor&) = delete;
+
+    bool start(FILE* out, int width, int height, int quality) {
+        if (setjmp(err_.jump)) return false;
+        jpeg_create_compress(&cinfo_);
+        jpeg_stdio_dest(&cinfo_, out);
+        cinfo_.image_width = JDIMENSION(width);
+        cinfo_.image_height = JDIMENSION(height);
+        cinfo_.input_components = 3;
+        cinfo_.in_color_space = JCS_YCbCr;
+        jpeg_set_defaults(&cinfo_);
+        jpeg_set_quality(&cinfo_, quality, TRUE);
+        cinfo_.optimize_coding = FALSE;
+        cinfo_.write_JFIF_header = TRUE;
+        cinfo_.comp_info[0].h_samp_factor = 2;
+        cinfo_.comp_info[0].v_samp_factor = 2;
+        for (int c = 1; c < 3; ++c) cinfo_.comp_info[c].h_samp_factor = cinfo_.comp_info[c].v_samp_factor = 1;
+        cinfo_.raw_data_in = TRUE;
+        jpeg_start_compress(&cinfo_, TRUE);
+        return true;
+    }
+
+    // The next band, whose planes must be final.
+    bool writeBand(const detail::YccPlanes& planes) {
+        if (setjmp(err_.jump)) return false;
+        const size_t y = cinfo_.next_scanline;
+        JSAMPROW luma[16], cb[8], cr[8];
+        JSAMPARRAY components[3] = {luma, cb, cr};
         for (size_t i = 0; i < 16; ++i) luma[i] = const_cast<JSAMPROW>(planes.lumaRow(y + i));  // only read
         for (size_t i = 0; i < 8; ++i) {
             cb[i] = const_cast<JSAMPROW>(planes.cbRow(y / 2 + i));
             cr[i] = const_cast<JSAMPROW>(planes.crRow(y / 2 + i));
         }
-        jpeg_write_raw_data(&cinfo, components, 16);
+        jpeg_write_raw_data(&cinfo_, components, 16);
+        return true;
     }
-    jpeg_finish_compress(&cinfo);
-    return true;
-}
 
-template <class Prepare>
-bool writePlanes(const std::string& path, const detail::YccPlanes& planes, int quality, Prepare prepare,
-                 std::string* error) {
-    detail::AtomicFile file;
-    if (!file.open(path, error)) return false;
-    jpeg_compress_struct cinfo{};
-    ErrorManager err{};
-    cinfo.err = jpeg_std_error(&err.pub);
-    err.pub.error_exit = errorExit;
-    err.pub.emit_message = ignoreMessage;
-    const bool ok = compress(cinfo, err, file.stream(), planes, std::clamp(quality, 1, 100), prepare);
-    jpeg_destroy_compress(&cinfo);
-    if (!ok) {
-        detail::setError(error, std::string("JPEG encoding failed: ") + err.message);
-        return false;  // the temporary file goes with `file`
+    bool finish() {
+        if (setjmp(err_.jump)) return false;
+        jpeg_finish_compress(&cinfo_);
+        return true;
     }
-    return file.commit(error);
-}
+
+    [[nodiscard]] const char* message() const { return err_.message; }
+
+private:
+    jpeg_compress_struct cinfo_{};
+    ErrorManager err_{};
+};
 
 // The planes of a picture made band by band (16 luma rows, 8 chroma rows) while libjpeg writes them: the
 // chroma of each row of blocks (averaged, sharpened, and quantised as a decoder will see it), then the luma
@@ -108,7 +112,8 @@ bool writePlanes(const std::string& path, const detail::YccPlanes& planes, int q
 // thread also encodes, and another picture is usually being encoded beside this one.
 class BandedPlanes {
 public:
-    BandedPlanes(const uint8_t* rgb, int width, int height, int quality)
+    // `helper`: the picture is complete, so a helper thread may start on the lower bands at once.
+    BandedPlanes(const uint8_t* rgb, int width, int height, int quality, bool helper)
         : planes_(detail::sizedYccPlanes(width, height)),
           bands_(planes_.chromaRows / 8),
           decoded_(planes_, quality),
@@ -116,7 +121,8 @@ public:
           fitter_(planes_, rgb, decoded_) {
         constexpr size_t kHelperPixels = 128 * 1024;
         split_ = bands_;
-        if (size_t(width) * size_t(height) < kHelperPixels || bands_ < 4 || std::thread::hardware_concurrency() < 2)
+        if (!helper || size_t(width) * size_t(height) < kHelperPixels || bands_ < 4 ||
+            std::thread::hardware_concurrency() < 2)
             return;
         // The helper's makers are made here, where running out of memory is reported like any other.
         const size_t split = bands_ * 2 / 5;
@@ -133,6 +139,12 @@ public:
     BandedPlanes& operator=(const BandedPlanes&) = delete;
 
     [[nodiscard]] const detail::YccPlanes& planes() const { return planes_; }
+    [[nodiscard]] size_t bands() const { return bands_; }
+
+    // The rows of the picture (from the top) that band `band` is made from: its own, and those of the next
+    // row of chroma blocks with one row beyond for the sharpening, since the decoder's upsampling reaches
+    // into it.
+    [[nodiscard]] static size_t rowsNeededBy(size_t band, size_t height) { return std::min(height, band * 16 + 34); }
 
     // Readies band `band` for writing; bands come in order.
     void prepare(size_t band) {
@@ -193,33 +205,109 @@ private:
     std::jthread helper_;                 // declared last: stopped and joined before anything it uses goes
 };
 
+// A file being written band by band as the rows of its picture become final.
+class BandWriter {
+public:
+    BandWriter(const uint8_t* rgb, int width, int height, int quality, bool helper)
+        : bands_(rgb, width, height, quality, helper), height_(size_t(height)), quality_(quality) {}
+
+    bool open(const std::string& path, std::string* error) {
+        if (!file_.open(path, error)) return false;
+        if (!compressor_.start(file_.stream(), bands_.planes().width, bands_.planes().height, quality_)) failed_ = true;
+        return true;
+    }
+
+    void rowsReady(size_t rows) {
+        for (; !failed_ && next_ < bands_.bands() && BandedPlanes::rowsNeededBy(next_, height_) <= rows; ++next_) {
+            bands_.prepare(next_);
+            if (!compressor_.writeBand(bands_.planes())) failed_ = true;
+        }
+    }
+
+    bool finish(std::string* error) {
+        rowsReady(height_);
+        if (failed_ || !compressor_.finish()) {
+            detail::setError(error, std::string("JPEG encoding failed: ") + compressor_.message());
+            return false;  // the temporary file goes with `file_`
+        }
+        return file_.commit(error);
+    }
+
+private:
+    BandedPlanes bands_;
+    size_t height_;
+    int quality_;
+    detail::AtomicFile file_;
+    Compressor compressor_;
+    size_t next_ = 0;  // the next band to write
+    bool failed_ = false;
+};
+
+bool validJpegPicture(const uint8_t* rgb, int width, int height, std::string* error) {
+    if (rgb == nullptr || width <= 0 || height <= 0 || width > JPEG_MAX_DIMENSION || height > JPEG_MAX_DIMENSION) {
+        detail::setError(error, "invalid image for JPEG output");
+        return false;
+    }
+    return true;
+}
+
+std::unique_ptr<BandWriter> openBandWriter(const std::string& path, const uint8_t* rgb, int width, int height,
+                                           int quality, bool helper, std::string* error) {
+    if (!validJpegPicture(rgb, width, height, error)) return nullptr;
+    std::unique_ptr<BandWriter> writer;
+    try {
+        writer = std::make_unique<BandWriter>(rgb, width, height, std::clamp(quality, 1, 100), helper);
+    } catch (const std::bad_alloc&) {
+        detail::setError(error, "out of memory");
+        return nullptr;
+    }
+    if (!writer->open(path, error)) return nullptr;
+    return writer;
+}
+
 }  // namespace
 
 namespace detail {
 
 bool writeJpegPlanes(const std::string& path, const YccPlanes& planes, int quality, std::string* error) {
-    return writePlanes(
-        path, planes, quality, [](size_t) {}, error);
+    AtomicFile file;
+    if (!file.open(path, error)) return false;
+    Compressor compressor;
+    bool ok = compressor.start(file.stream(), planes.width, planes.height, std::clamp(quality, 1, 100));
+    for (size_t band = 0; ok && band < planes.chromaRows / 8; ++band) ok = compressor.writeBand(planes);
+    if (!ok || !compressor.finish()) {
+        setError(error, std::string("JPEG encoding failed: ") + compressor.message());
+        return false;
+    }
+    return file.commit(error);
 }
 
 }  // namespace detail
 
 bool writeJpegFile(const std::string& path, const uint8_t* rgb, int width, int height, int quality,
                    std::string* error) {
-    if (rgb == nullptr || width <= 0 || height <= 0 || width > JPEG_MAX_DIMENSION || height > JPEG_MAX_DIMENSION) {
-        detail::setError(error, "invalid image for JPEG output");
-        return false;
-    }
-    quality = std::clamp(quality, 1, 100);
-    std::unique_ptr<BandedPlanes> bands;
-    try {
-        bands = std::make_unique<BandedPlanes>(rgb, width, height, quality);
-    } catch (const std::bad_alloc&) {
-        detail::setError(error, "out of memory");
-        return false;
-    }
-    return writePlanes(
-        path, bands->planes(), quality, [&](size_t band) { bands->prepare(band); }, error);
+    std::unique_ptr<BandWriter> writer = openBandWriter(path, rgb, width, height, quality, true, error);
+    return writer && writer->finish(error);
 }
+
+struct JpegStreamWriter::State {
+    std::unique_ptr<BandWriter> writer;
+};
+
+std::unique_ptr<JpegStreamWriter> JpegStreamWriter::open(const std::string& path, const uint8_t* rgb, int width,
+                                                         int height, int quality, std::string* error) {
+    std::unique_ptr<BandWriter> writer = openBandWriter(path, rgb, width, height, quality, false, error);
+    if (!writer) return nullptr;
+    auto stream = std::unique_ptr<JpegStreamWriter>(new JpegStreamWriter);
+    stream->state_ = std::make_unique<State>(State{std::move(writer)});
+    return stream;
+}
+
+JpegStreamWriter::JpegStreamWriter() = default;
+JpegStreamWriter::~JpegStreamWriter() = default;
+
+void JpegStreamWriter::rowsReady(int rows) { state_->writer->rowsReady(size_t(std::max(rows, 0))); }
+
+bool JpegStreamWriter::finish(std::string* error) { return state_->writer->finish(error); }
 
 }  // namespace voimg
