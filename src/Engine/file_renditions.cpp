@@ -340,7 +340,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
                 continue;
             }
             if (!block) break;
-            block->rows = rows.readRows(block->raw.data(), kBlockRows);
+            block->rows = rows.readRows(block->raw.get(), kBlockRows);
             if (block->rows == 0) {
                 pipeline.putBackEmpty(block);
                 break;
@@ -354,7 +354,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
             for (int64_t sequence = 0;; ++sequence) {
                 RowPipeline::Block* block = pipeline.waitFor(sequence, false);
                 if (!block) return;
-                block->pixels = rows.finishRows(block->raw.data(), block->rows, block->scratch.data());
+                block->pixels = rows.finishRows(block->raw.get(), block->rows, block->scratch.get());
                 pipeline.markFinished(block);
             }
         });

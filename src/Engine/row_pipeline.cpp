@@ -9,8 +9,8 @@ RowPipeline::RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int w
     : workers_(workers), convertedFloats_(workers == 1 ? convertedFloats : 0) {
     for (int i = 0; i < blocks; ++i) {
         auto block = std::make_unique<Block>();
-        block->raw.resize(rawBytes);
-        block->scratch.resize(scratchBytes);
+        block->raw = std::make_unique_for_overwrite<uint8_t[]>(rawBytes);
+        if (scratchBytes > 0) block->scratch = std::make_unique_for_overwrite<uint8_t[]>(scratchBytes);
         empty_.push_back(block.get());
         storage_.push_back(std::move(block));
     }
@@ -71,7 +71,7 @@ void RowPipeline::publish(Block* block, bool finished) {
     std::lock_guard lock(mutex_);
     block->sequence = published_++;
     block->finished = finished;
-    if (finished) block->pixels = block->raw.data();
+    if (finished) block->pixels = block->raw.get();
     block->readersLeft = workers_;
     inFlight_.push_back(block);
     changed_.notify_all();

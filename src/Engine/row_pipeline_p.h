@@ -20,9 +20,11 @@ namespace voimg {
 class RowPipeline {
 public:
     struct Block {
-        std::vector<uint8_t> raw;         // rows as read
-        std::vector<uint8_t> scratch;     // room for finished rows, when finishing needs it
-        const uint8_t* pixels = nullptr;  // the finished rows: raw or scratch
+        // Left unwritten until rows are read into them: fresh memory costs a page fault per page at its first
+        // use, which is better spread over the reading than paid before it starts.
+        std::unique_ptr<uint8_t[]> raw;      // rows as read
+        std::unique_ptr<uint8_t[]> scratch;  // room for finished rows, when finishing needs it
+        const uint8_t* pixels = nullptr;     // the finished rows: raw or scratch
         int rows = 0;
         int64_t sequence = 0;
         bool finished = false;

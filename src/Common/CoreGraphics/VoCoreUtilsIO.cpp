@@ -7,6 +7,7 @@
 #include <cmath>
 #include <exception>
 #include <filesystem>
+#include <future>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -79,11 +80,13 @@ bool encodePicture(const voimg::Bitmap& picture, const std::string& path, bool t
 // JPEG exports written while their pictures are being made. A picture whose rows become final in stages
 // gets a writer at its first rows, which encodes every band they allow, so that most of the encoding
 // overlaps the rendering; a picture made all at once is left to writePictures, which encodes several side
-// by side, and so is one whose writer could not be opened.
+// by side, and so is one whose writer could not be opened. Once a picture is complete its file is finished
+// on a thread of its own (closing a file and renaming it into place take a while), beside the rendering's
+// clean-up and the other files.
 class StreamedPictures {
 public:
     explicit StreamedPictures(const std::vector<std::string>& paths)
-        : paths_(paths), writers_(paths.size()), tried_(paths.size(), false) {}
+        : paths_(paths), writers_(paths.size()), finishing_(paths.size()), tried_(paths.size(), false) {}
 
     void rowsFinal(size_t index, const voimg::Bitmap& picture, int64_t rows) {
         std::unique_ptr<voimg::JpegStreamWriter>& writer = writers_[index];
@@ -98,13 +101,23 @@ public:
             if (!writer) return;
         }
         writer->rowsReady(int(rows));
+        if (rows < picture.height) return;
+        voimg::JpegStreamWriter* complete = writer.get();
+        try {
+            finishing_[index] = std::async(std::launch::async, [complete] { return complete->finish(); });
+        } catch (const std::system_error&) {  // no thread to be had: finished with the others
+        }
     }
 
     // Whether each picture was written by its writer, for those that had one.
     std::vector<std::optional<bool>> finish() {
         std::vector<std::optional<bool>> written(writers_.size());
-        for (size_t i = 0; i < writers_.size(); ++i)
-            if (writers_[i]) written[i] = writers_[i]->finish();
+        for (size_t i = 0; i < writers_.size(); ++i) {
+            if (finishing_[i].valid())
+                written[i] = finishing_[i].get();
+            else if (writers_[i])
+                written[i] = writers_[i]->finish();
+        }
         writers_.clear();
         return written;
     }
@@ -112,6 +125,7 @@ public:
 private:
     const std::vector<std::string>& paths_;
     std::vector<std::unique_ptr<voimg::JpegStreamWriter>> writers_;
+    std::vector<std::future<bool>> finishing_;  // declared after the writers: waited for before they go
     std::vector<bool> tried_;
 };
 
