@@ -178,17 +178,18 @@ int workerCount(const std::vector<FileRendition>& renditions) {
 }
 
 // How a worker turns decoded rows into the rows its resizers take: linear light over the columns it reads,
-// or, for a single resizer that boxes columns, box averages taken straight from the decoded bytes. Blocks
-// the reading thread prepares ahead (see RowPipeline) go further when the worker feeds a single resizer that
-// filters separately: the rows are filtered horizontally too, which is most of the work.
+// or, for a single resizer that boxes columns, box averages taken straight from the decoded bytes. The
+// reading thread prepares blocks ahead (see RowPipeline) only for a worker that feeds a single resizer
+// that filters separately: converted and filtered horizontally, which is most of the work. (Where the
+// resizer boxes, converting is cheap, and the buffers would be as wide as the decoded rows.)
 struct RowConversion {
     RowLayout layout;
     StreamResizer* boxing = nullptr;
     StreamResizer* filtering = nullptr;
     int64_t width = 0;
-    int64_t begin = 0, end = 0;  // source columns
-    size_t floatsPerRow = 0;     // of a converted row
-    size_t aheadFloatsPerRow = 0;
+    int64_t begin = 0, end = 0;    // source columns
+    size_t floatsPerRow = 0;       // of a converted row
+    size_t aheadFloatsPerRow = 0;  // of a row prepared ahead, filtered; 0 when none is
 
     RowConversion(Worker& worker, const RowReader& reader)
         : layout{reader.sixteenBit(), reader.hasAlpha(), reader.grey()}, width(reader.width()) {
@@ -198,7 +199,7 @@ struct RowConversion {
             filtering = worker.direct[0]->resizer.get();
         begin = worker.sourceBegin, end = worker.sourceEnd;
         floatsPerRow = size_t(boxing ? boxing->boxedWidth() : width) * 4;
-        aheadFloatsPerRow = filtering ? size_t(filtering->outWidth()) * 4 : floatsPerRow;
+        aheadFloatsPerRow = filtering ? size_t(filtering->outWidth()) * 4 : 0;
     }
 
     void convert(const uint8_t* row, float* out) const {
@@ -208,12 +209,11 @@ struct RowConversion {
             toLinear(row, begin, end, layout, out);
     }
 
-    // The reading thread's share: `scratch` holds a converted row (floatsPerRow).
+    // The reading thread's share, when `filtering`: `scratch` holds a converted row (floatsPerRow).
     void prepareAhead(const RowPipeline::Block& block, size_t stride, float* scratch, float* out) const {
         for (int i = 0; i < block.rows; ++i) {
-            float* row = out + size_t(i) * aheadFloatsPerRow;
-            convert(block.pixels + size_t(i) * stride, filtering ? scratch : row);
-            if (filtering) filtering->filterSourceRow(scratch, row);
+            convert(block.pixels + size_t(i) * stride, scratch);
+            filtering->filterSourceRow(scratch, out + size_t(i) * aheadFloatsPerRow);
         }
     }
 };
@@ -230,11 +230,7 @@ void feedWorker(Worker& worker, const RowConversion& conversion, RowPipeline& pi
         const bool ahead = block->ahead == RowPipeline::Block::Ahead::Converted;
         for (int i = 0; i < block->rows; ++i) {
             if (ahead) {
-                const float* row = block->converted + size_t(i) * conversion.aheadFloatsPerRow;
-                if (conversion.filtering)
-                    conversion.filtering->pushFilteredRow(row);
-                else
-                    push(row);
+                conversion.filtering->pushFilteredRow(block->converted + size_t(i) * conversion.aheadFloatsPerRow);
                 continue;
             }
             conversion.convert(block->pixels + size_t(i) * reader.stride(), worker.linear.data());
@@ -319,7 +315,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     for (Worker& worker : workers) conversions.emplace_back(worker, rows);
     RowPipeline pipeline(kBlocks, size_t(kBlockRows) * rows.rawStride(),
                          finishing ? size_t(kBlockRows) * rows.stride() : 0, workerTotal,
-                         size_t(kBlockRows) * conversions[0].aheadFloatsPerRow);
+                         size_t(kBlockRows) * conversions[0].aheadFloatsPerRow);  // 0: never ahead
     std::vector<std::thread> threads;
     struct Joiner {
         RowPipeline& pipeline;
@@ -329,7 +325,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
             for (std::thread& t : threads) t.join();
         }
     } joiner{pipeline, threads};
-    std::vector<float> readerScratch(workerTotal == 1 ? conversions[0].floatsPerRow : 0);
+    std::vector<float> readerScratch(conversions[0].aheadFloatsPerRow > 0 ? conversions[0].floatsPerRow : 0);
     threads.emplace_back([&] {
         for (;;) {
             RowPipeline::Block* convert = nullptr;
