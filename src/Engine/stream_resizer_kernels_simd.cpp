@@ -169,56 +169,44 @@ void sumRowsScalar(const float* const* rows, const float* weights, int count, fl
     HWY_STATIC_DISPATCH(SumRows)(rows, weights, count, dst, values);
 }
 
-bool filterRowWith(SimdBuild build, const float* weights, int stride, const int64_t* first, const int* count,
-                   const float* in, float* out, int64_t outWidth) {
+// A kernel's build for `build`: null when this processor does not run it or it was not compiled.
+#if HWY_TARGETS & HWY_AVX2
+#define VO_AVX2_BUILD(kernel) &N_AVX2::kernel
+#else
+#define VO_AVX2_BUILD(kernel) nullptr
+#endif
+#if HWY_TARGETS & HWY_AVX3
+#define VO_AVX512_BUILD(kernel) &N_AVX3::kernel
+#else
+#define VO_AVX512_BUILD(kernel) nullptr
+#endif
+
+template <class Kernel>
+Kernel buildOf(SimdBuild build, Kernel scalar, Kernel avx2, Kernel avx512) {
     switch (build) {
         case SimdBuild::Scalar:
-            filterRowScalar(weights, stride, first, count, in, out, outWidth);
-            return true;
+            return scalar;
         case SimdBuild::Avx2:
-#if HWY_TARGETS & HWY_AVX2
-            if (!cpuRunsAvx2()) return false;
-            N_AVX2::FilterRowByPairs(weights, stride, first, count, in, out, outWidth);
-            return true;
-#else
-            return false;
-#endif
+            return cpuRunsAvx2() ? avx2 : nullptr;
         case SimdBuild::Avx512:
-#if HWY_TARGETS & HWY_AVX3
-            if (!cpuRunsAvx512()) return false;
-            N_AVX3::FilterRowByQuads(weights, stride, first, count, in, out, outWidth);
-            return true;
-#else
-            return false;
-#endif
+            return cpuRunsAvx512() ? avx512 : nullptr;
     }
-    return false;
+    return nullptr;
+}
+
+bool filterRowWith(SimdBuild build, const float* weights, int stride, const int64_t* first, const int* count,
+                   const float* in, float* out, int64_t outWidth) {
+    const auto kernel =
+        buildOf(build, &filterRowScalar, VO_AVX2_BUILD(FilterRowByPairs), VO_AVX512_BUILD(FilterRowByQuads));
+    if (kernel) kernel(weights, stride, first, count, in, out, outWidth);
+    return kernel != nullptr;
 }
 
 bool sumRowsWith(SimdBuild build, const float* const* rows, const float* weights, int count, float* dst,
                  int64_t values) {
-    switch (build) {
-        case SimdBuild::Scalar:
-            sumRowsScalar(rows, weights, count, dst, values);
-            return true;
-        case SimdBuild::Avx2:
-#if HWY_TARGETS & HWY_AVX2
-            if (!cpuRunsAvx2()) return false;
-            N_AVX2::SumRows(rows, weights, count, dst, values);
-            return true;
-#else
-            return false;
-#endif
-        case SimdBuild::Avx512:
-#if HWY_TARGETS & HWY_AVX3
-            if (!cpuRunsAvx512()) return false;
-            N_AVX3::SumRows(rows, weights, count, dst, values);
-            return true;
-#else
-            return false;
-#endif
-    }
-    return false;
+    const auto kernel = buildOf(build, &sumRowsScalar, VO_AVX2_BUILD(SumRows), VO_AVX512_BUILD(SumRows));
+    if (kernel) kernel(rows, weights, count, dst, values);
+    return kernel != nullptr;
 }
 
 void filterRow(const float* weights, int stride, const int64_t* first, const int* count, const float* in, float* out,
