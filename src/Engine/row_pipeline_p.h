@@ -4,8 +4,9 @@
 // so only a few blocks exist however tall the picture is.
 //
 // With a single worker, the reading thread can take a share of the worker's work: when every block is
-// full and it would wait, it converts the rows of the next published block the worker will take into the
-// form the worker needs, so that whichever side is slower, decoding or resizing, the other helps it along.
+// full and it would wait, it converts the rows of the newest published block the worker has not started
+// (the farthest from the worker, so that the two seldom meet) into the form the worker needs, so that
+// whichever side is slower, decoding or resizing, the other helps it along.
 #pragma once
 
 #include <condition_variable>
