@@ -41,7 +41,7 @@ void ignoreMessage(j_common_ptr, int) {}
 
 // libjpeg's compressor taking the planes band by band (16 luma rows, 8 chroma rows; the planes are padded
 // to whole blocks). Every libjpeg call happens in the methods below, each between its own setjmp and any
-// longjmp, so a longjmp never skips a C++ destructor; after a failure message() says why.
+// longjmp, so a longjmp never skips a C++ destructor; after a failure fail() reports why.
 class Compressor {
 public:
     Compressor() {
@@ -94,7 +94,11 @@ public:
         return true;
     }
 
-    [[nodiscard]] const char* message() const { return err_.message; }
+    // After a failure: says why in `error`, and returns false.
+    bool fail(std::string* error) const {
+        detail::setError(error, std::string("JPEG encoding failed: ") + err_.message);
+        return false;
+    }
 
 private:
     jpeg_compress_struct cinfo_{};
@@ -226,10 +230,7 @@ public:
 
     bool finish(std::string* error) {
         rowsReady(height_);
-        if (failed_ || !compressor_.finish()) {
-            detail::setError(error, std::string("JPEG encoding failed: ") + compressor_.message());
-            return false;  // the temporary file goes with `file_`
-        }
+        if (failed_ || !compressor_.finish()) return compressor_.fail(error);  // the temporary file goes with `file_`
         return file_.commit(error);
     }
 
@@ -251,12 +252,14 @@ bool validJpegPicture(const uint8_t* rgb, int width, int height, std::string* er
     return true;
 }
 
-std::unique_ptr<BandWriter> openBandWriter(const std::string& path, const uint8_t* rgb, int width, int height,
-                                           int quality, bool helper, std::string* error) {
+// A BandWriter (or a type made like one) with its file open; null, with `error` set, when that fails.
+template <class Writer>
+std::unique_ptr<Writer> openBandWriter(const std::string& path, const uint8_t* rgb, int width, int height, int quality,
+                                       bool helper, std::string* error) {
     if (!validJpegPicture(rgb, width, height, error)) return nullptr;
-    std::unique_ptr<BandWriter> writer;
+    std::unique_ptr<Writer> writer;
     try {
-        writer = std::make_unique<BandWriter>(rgb, width, height, std::clamp(quality, 1, 100), helper);
+        writer = std::make_unique<Writer>(rgb, width, height, std::clamp(quality, 1, 100), helper);
     } catch (const std::bad_alloc&) {
         detail::setError(error, "out of memory");
         return nullptr;
@@ -275,10 +278,7 @@ bool writeJpegPlanes(const std::string& path, const YccPlanes& planes, int quali
     Compressor compressor;
     bool ok = compressor.start(file.stream(), planes.width, planes.height, std::clamp(quality, 1, 100));
     for (size_t band = 0; ok && band < planes.chromaRows / 8; ++band) ok = compressor.writeBand(planes);
-    if (!ok || !compressor.finish()) {
-        setError(error, std::string("JPEG encoding failed: ") + compressor.message());
-        return false;
-    }
+    if (!ok || !compressor.finish()) return compressor.fail(error);
     return file.commit(error);
 }
 
@@ -286,28 +286,28 @@ bool writeJpegPlanes(const std::string& path, const YccPlanes& planes, int quali
 
 bool writeJpegFile(const std::string& path, const uint8_t* rgb, int width, int height, int quality,
                    std::string* error) {
-    std::unique_ptr<BandWriter> writer = openBandWriter(path, rgb, width, height, quality, true, error);
+    std::unique_ptr<BandWriter> writer = openBandWriter<BandWriter>(path, rgb, width, height, quality, true, error);
     return writer && writer->finish(error);
 }
 
-struct JpegStreamWriter::State {
-    std::unique_ptr<BandWriter> writer;
+struct JpegStreamWriter::State : BandWriter {
+    using BandWriter::BandWriter;
 };
 
 std::unique_ptr<JpegStreamWriter> JpegStreamWriter::open(const std::string& path, const uint8_t* rgb, int width,
                                                          int height, int quality, std::string* error) {
-    std::unique_ptr<BandWriter> writer = openBandWriter(path, rgb, width, height, quality, false, error);
+    std::unique_ptr<State> writer = openBandWriter<State>(path, rgb, width, height, quality, false, error);
     if (!writer) return nullptr;
     auto stream = std::unique_ptr<JpegStreamWriter>(new JpegStreamWriter);
-    stream->state_ = std::make_unique<State>(State{std::move(writer)});
+    stream->state_ = std::move(writer);
     return stream;
 }
 
 JpegStreamWriter::JpegStreamWriter() = default;
 JpegStreamWriter::~JpegStreamWriter() = default;
 
-void JpegStreamWriter::rowsReady(int rows) { state_->writer->rowsReady(size_t(std::max(rows, 0))); }
+void JpegStreamWriter::rowsReady(int rows) { state_->rowsReady(size_t(std::max(rows, 0))); }
 
-bool JpegStreamWriter::finish(std::string* error) { return state_->writer->finish(error); }
+bool JpegStreamWriter::finish(std::string* error) { return state_->finish(error); }
 
 }  // namespace voimg
