@@ -187,6 +187,7 @@ TEST(LumaFit, EveryPixelGetsTheLumaThatComesClosestToItsColour) {
     const size_t done = fitLumaRowQuick(rgb.data(), cb.data(), cr.data(), quick.data(), width);
     fitLumaRowScalar(rgb.data(), cb.data(), cr.data(), quick.data(), done, width);
     for (size_t x = 0; x < width; ++x) {
+        ASSERT_EQ(quick[x], luma[x]) << "pixel " << x << ": the quick path chose another luma";
         const auto offset = offsetsOf(cb[x], cr[x]);
         float best = errorOf(0, offset, &rgb[x * 3]);
         for (int l = 1; l < 256; ++l) best = std::min(best, errorOf(l, offset, &rgb[x * 3]));

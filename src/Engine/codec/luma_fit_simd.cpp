@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // AVX2 builds of the luma fit's kernels, eight floats to a vector; the scalar references are in
-// luma_fit.cpp. Compiled for Highway's AVX2 target only (simd_target.h says why the choice is made here).
+// luma_fit.cpp, and the vector fit chooses what they choose, where channels clip too. Compiled for
+// Highway's AVX2 target only (simd_target.h says why the choice is made here).
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Engine/codec/luma_fit_simd.cpp"
 #include <hwy/foreach_target.h>  // must come before highway.h
@@ -81,6 +82,60 @@ void UpsampleRow(const int32_t* sums, size_t halfWidth, float* out) {
     }
 }
 
+// Squared distance of the colour a luma gives (each channel clipped as the decoder clips it) to the target.
+HWY_INLINE VF FitError(VF luma, const VF target[3], const VF offset[3]) {
+    const DF df;
+    VF error = hn::Zero(df);
+    for (int c = 0; c < 3; ++c) {
+        const VF d = hn::Sub(hn::Min(hn::Max(hn::Add(luma, offset[c]), hn::Zero(df)), hn::Set(df, 255.0f)), target[c]);
+        error = hn::Add(error, hn::Mul(d, d));
+    }
+    return error;
+}
+
+// The scalar bestFit for eight pixels: the same candidates in the same order, hence the same choice (every
+// value involved is a whole number, a half or an exact quotient, so no rounding differs).
+HWY_INLINE VF BestFit(const VF target[3], const VF offset[3], VF unclipped) {
+    const DF df;
+    const VF zero = hn::Zero(df), top = hn::Set(df, 255.0f), one = hn::Set(df, 1.0f), half = hn::Set(df, 0.5f);
+    auto clampLevel = [&](VF v) { return hn::Min(hn::Max(v, zero), top); };
+    // Where each channel starts and stops clipping, sorted (a sorting network for six); 0 and 255 bound them.
+    VF p[8] = {zero};
+    for (int c = 0; c < 3; ++c) {
+        p[1 + 2 * c] = clampLevel(hn::Neg(offset[c]));
+        p[2 + 2 * c] = clampLevel(hn::Sub(top, offset[c]));
+    }
+    p[7] = top;
+    constexpr int kNetwork[12][2] = {{1, 6}, {2, 4}, {3, 5}, {2, 3}, {4, 5}, {1, 4},
+                                     {3, 6}, {1, 2}, {3, 4}, {5, 6}, {2, 3}, {4, 5}};
+    for (const auto& [i, j] : kNetwork) {
+        const VF low = hn::Min(p[i], p[j]);
+        p[j] = hn::Max(p[i], p[j]);
+        p[i] = low;
+    }
+    VF best = clampLevel(unclipped);
+    VF bestError = FitError(best, target, offset);
+    for (int i = 0; i < 7; ++i) {
+        const VF low = p[i], high = p[i + 1], middle = hn::Mul(hn::Add(low, high), half);
+        VF sum = zero, active = zero;
+        for (int c = 0; c < 3; ++c) {
+            const VF value = hn::Add(middle, offset[c]);
+            const auto inside = hn::And(hn::Gt(value, zero), hn::Lt(value, top));
+            sum = hn::Add(sum, hn::IfThenElseZero(inside, hn::Sub(target[c], offset[c])));
+            active = hn::Add(active, hn::IfThenElseZero(inside, one));
+        }
+        const VF mean = hn::Min(hn::Max(hn::Div(sum, hn::Max(active, one)), low), high);
+        const VF minimum = hn::IfThenElse(hn::Eq(active, zero), low, mean);
+        for (const VF candidate : {hn::Floor(minimum), hn::Ceil(minimum)}) {
+            const VF error = FitError(candidate, target, offset);
+            const auto better = hn::Lt(error, bestError);
+            best = hn::IfThenElse(better, candidate, best);
+            bestError = hn::IfThenElse(better, error, bestError);
+        }
+    }
+    return best;
+}
+
 size_t FitLumaRow(const uint8_t* rgb, const float* cb, const float* cr, uint8_t* luma, size_t width) {
     const DF df;
     const D8 d8;
@@ -112,11 +167,8 @@ size_t FitLumaRow(const uint8_t* rgb, const float* cb, const float* cr, uint8_t*
             bound = hn::IfThenElse(hn::Gt(k[c], zero), hn::Min(bound, hn::Mul(above, above)), bound);
         }
         doubt = hn::Or(doubt, hn::Gt(error, bound));
-        if (!hn::AllFalse(df, doubt)) {
-            fitLumaRowScalar(rgb, cb, cr, luma, x, x + 8);
-            continue;
-        }
-        hn::StoreU(hn::DemoteTo(d8, hn::ConvertTo(DI(), fitted)), d8, luma + x);
+        const VF chosen = hn::AllFalse(df, doubt) ? fitted : hn::IfThenElse(doubt, BestFit(target, k, fitted), fitted);
+        hn::StoreU(hn::DemoteTo(d8, hn::ConvertTo(DI(), chosen)), d8, luma + x);
     }
     return x;
 }
