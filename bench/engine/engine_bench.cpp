@@ -225,29 +225,31 @@ void JpegColourPlanes(benchmark::State& state) {
 }
 BENCHMARK(JpegColourPlanes)->Unit(benchmark::kMillisecond);
 
-// A photograph-like 900x600 rendition: smooth colour fields with fine detail.
-std::vector<uint8_t> renditionPixels() {
+// A photograph-like 900x600 rendition: smooth colour fields with fine detail; `saturated` pushes the colour
+// fields three times as far, so that most pixels have a channel at 0 or 255.
+std::vector<uint8_t> renditionPixels(bool saturated = false) {
+    const double amplitude = saturated ? 270 : 90;
     std::vector<uint8_t> rgb(size_t(900) * 600 * 3);
     std::mt19937 random(4);
     for (size_t y = 0; y < 600; ++y)
         for (size_t x = 0; x < 900; ++x)
             for (size_t c = 0; c < 3; ++c)
-                rgb[(y * 900 + x) * 3 + c] = uint8_t(
-                    std::clamp<double>(128 + 90 * std::sin(double(x) * (0.01 + 0.004 * double(c)) + double(y) * 0.013) +
-                                           double(random() % 25) - 12,
-                                       0, 255));
+                rgb[(y * 900 + x) * 3 + c] = uint8_t(std::clamp<double>(
+                    128 + amplitude * std::sin(double(x) * (0.01 + 0.004 * double(c)) + double(y) * 0.013) +
+                        double(random() % 25) - 12,
+                    0, 255));
     return rgb;
 }
 
 // The luma fit of a 900x600 JPEG rendition (chroma quantised and upsampled as a decoder would, luma
 // chosen per pixel), and the whole writer on the same picture.
 void JpegLumaFit(benchmark::State& state) {
-    const std::vector<uint8_t> rgb = renditionPixels();
+    const std::vector<uint8_t> rgb = renditionPixels(state.range(0) != 0);
     voimg::detail::YccPlanes planes = voimg::detail::makeYccPlanes(rgb.data(), 900, 600);
     for (auto _ : state) voimg::detail::fitLumaToDecodedChroma(planes, rgb.data(), 85);
     setRate(state, 900 * 600);
 }
-BENCHMARK(JpegLumaFit)->Unit(benchmark::kMillisecond);
+BENCHMARK(JpegLumaFit)->Arg(0)->Arg(1)->ArgName("saturated")->Unit(benchmark::kMillisecond);
 
 void JpegWrite(benchmark::State& state) {
     const std::vector<uint8_t> rgb = renditionPixels();

@@ -66,11 +66,13 @@ float bestFit(const float target[3], const float offset[3], float unclipped) {
         int active = 0;
         for (int c = 0; c < 3; ++c)
             if (middle + offset[c] > 0.0f && middle + offset[c] < 255.0f) sum += target[c] - offset[c], ++active;
+        // The piece's best whole number: its minimum rounded down. Rounding up never does better: with one
+        // channel or none active the minimum is whole, with two it is whole or a half (both neighbours
+        // equally good), and with all three the piece is the unclipped fit's own, whose nearest whole
+        // number is where the search starts.
         const float minimum = active == 0 ? low : std::clamp(sum / float(active), low, high);
-        for (const float candidate : {std::floor(minimum), std::ceil(minimum)}) {
-            const float error = fitError(candidate, target, offset);
-            if (error < bestError) best = candidate, bestError = error;
-        }
+        const float candidate = std::floor(minimum), error = fitError(candidate, target, offset);
+        if (error < bestError) best = candidate, bestError = error;
     }
     return best;
 }
@@ -118,8 +120,7 @@ void roundTripBlocksScalar(const uint8_t* plane, size_t stride, size_t blocks, u
     }
 }
 
-PlaneBytes quantisedPlane(const PlaneBytes& plane, size_t stride, size_t rows,
-                                    const std::array<uint16_t, 64>& table) {
+PlaneBytes quantisedPlane(const PlaneBytes& plane, size_t stride, size_t rows, const std::array<uint16_t, 64>& table) {
     const BlockTransform t = blockTransform(table);
     PlaneBytes out(plane.size());
     for (size_t y = 0; y + 8 <= rows; y += 8)

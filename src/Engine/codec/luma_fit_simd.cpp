@@ -125,13 +125,11 @@ HWY_INLINE VF BestFit(const VF target[3], const VF offset[3], VF unclipped) {
             active = hn::Add(active, hn::IfThenElseZero(inside, one));
         }
         const VF mean = hn::Min(hn::Max(hn::Div(sum, hn::Max(active, one)), low), high);
-        const VF minimum = hn::IfThenElse(hn::Eq(active, zero), low, mean);
-        for (const VF candidate : {hn::Floor(minimum), hn::Ceil(minimum)}) {
-            const VF error = FitError(candidate, target, offset);
-            const auto better = hn::Lt(error, bestError);
-            best = hn::IfThenElse(better, candidate, best);
-            bestError = hn::IfThenElse(better, error, bestError);
-        }
+        const VF candidate = hn::Floor(hn::IfThenElse(hn::Eq(active, zero), low, mean));
+        const VF error = FitError(candidate, target, offset);
+        const auto better = hn::Lt(error, bestError);
+        best = hn::IfThenElse(better, candidate, best);
+        bestError = hn::IfThenElse(better, error, bestError);
     }
     return best;
 }
