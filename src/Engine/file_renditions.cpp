@@ -303,7 +303,6 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     for (int w = 0; w < workerTotal; ++w)
         setUpWorker(workers[size_t(w)], w, workerTotal, renditions, sources, bitmaps, file.extent(), width, height);
 
-    blanks.finish();
     if (rowsFinal && workerTotal == 1)
         for (size_t i = 0; i < renditions.size(); ++i)
             workers[0].slices[i].rowsWritten = [&tell, i](int64_t rows) { tell(i, rows); };
@@ -336,7 +335,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
                 continue;
             }
             if (!block) break;
-            block->rows = rows.readRows(block->raw.get(), kBlockRows);
+            block->rows = rows.readRows(block->raw, kBlockRows);
             if (block->rows == 0) {
                 pipeline.putBackEmpty(block);
                 break;
@@ -350,11 +349,13 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
             for (int64_t sequence = 0;; ++sequence) {
                 RowPipeline::Block* block = pipeline.waitFor(sequence, false);
                 if (!block) return;
-                block->pixels = rows.finishRows(block->raw.get(), block->rows, block->scratch.get());
+                block->pixels = rows.finishRows(block->raw, block->rows, block->scratch);
                 pipeline.markFinished(block);
             }
         });
     }
+    // The reading starts while the bitmaps are still being cleared; the workers, which write them, after.
+    blanks.finish();
     for (size_t w = 1; w < workers.size(); ++w)
         threads.emplace_back([&, w] { feedWorker(workers[w], conversions[w], pipeline, rows); });
     feedWorker(workers[0], conversions[0], pipeline, rows);

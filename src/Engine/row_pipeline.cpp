@@ -5,18 +5,32 @@
 
 namespace voimg {
 
+namespace {
+
+// Each buffer starts on a cache line of its own.
+constexpr size_t kAlignment = 64;
+size_t aligned(size_t bytes) { return (bytes + kAlignment - 1) / kAlignment * kAlignment; }
+
+}  // namespace
+
 RowPipeline::RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int workers, size_t convertedFloats)
     : workers_(workers), convertedFloats_(workers == 1 ? convertedFloats : 0) {
-    for (int i = 0; i < blocks; ++i) {
+    const size_t blockBytes = aligned(rawBytes) + aligned(scratchBytes);
+    const size_t convertedBytes = aligned(convertedFloats_ * sizeof(float));
+    const int converted = convertedFloats_ > 0 ? kConvertedBuffers : 0;
+    memory_ = std::make_unique_for_overwrite<std::byte[]>(size_t(blocks) * blockBytes +
+                                                          size_t(converted) * convertedBytes + kAlignment);
+    std::byte* next = memory_.get() + (kAlignment - reinterpret_cast<uintptr_t>(memory_.get()) % kAlignment);
+    for (int i = 0; i < blocks; ++i, next += blockBytes) {
         auto block = std::make_unique<Block>();
-        block->raw = std::make_unique_for_overwrite<uint8_t[]>(rawBytes);
-        if (scratchBytes > 0) block->scratch = std::make_unique_for_overwrite<uint8_t[]>(scratchBytes);
+        block->raw = reinterpret_cast<uint8_t*>(next);
+        if (scratchBytes > 0) block->scratch = reinterpret_cast<uint8_t*>(next + aligned(rawBytes));
         empty_.push_back(block.get());
         storage_.push_back(std::move(block));
     }
     // Fresh memory costs a page fault per page at its first use, so the few buffers are reused.
-    for (int i = 0; convertedFloats_ > 0 && i < kConvertedBuffers; ++i)
-        spareConverted_.push_back(std::make_unique_for_overwrite<float[]>(convertedFloats_));
+    for (int i = 0; i < converted; ++i, next += convertedBytes)
+        spareConverted_.push_back(reinterpret_cast<float*>(next));
 }
 
 RowPipeline::Block* RowPipeline::takeEmpty() {
@@ -49,9 +63,8 @@ RowPipeline::Block* RowPipeline::takeEmptyOrConvert(Block*& convert) {
     }
     convert = convertible();
     convert->ahead = Block::Ahead::Converting;
-    convert->convertedStorage = std::move(spareConverted_.back());
+    convert->converted = spareConverted_.back();
     spareConverted_.pop_back();
-    convert->converted = convert->convertedStorage.get();
     return nullptr;
 }
 
@@ -71,7 +84,7 @@ void RowPipeline::publish(Block* block, bool finished) {
     std::lock_guard lock(mutex_);
     block->sequence = published_++;
     block->finished = finished;
-    if (finished) block->pixels = block->raw.get();
+    if (finished) block->pixels = block->raw;
     block->readersLeft = workers_;
     inFlight_.push_back(block);
     changed_.notify_all();
@@ -111,8 +124,8 @@ void RowPipeline::release(Block* block) {
     if (--block->readersLeft > 0) return;
     inFlight_.erase(std::find(inFlight_.begin(), inFlight_.end(), block));
     block->rows = 0, block->finished = false, block->pixels = nullptr;
+    if (block->converted) spareConverted_.push_back(block->converted);
     block->ahead = Block::Ahead::Open, block->converted = nullptr;
-    if (block->convertedStorage) spareConverted_.push_back(std::move(block->convertedStorage));
     empty_.push_back(block);
     changed_.notify_all();
 }

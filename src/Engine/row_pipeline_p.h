@@ -10,6 +10,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -21,19 +22,19 @@ namespace voimg {
 class RowPipeline {
 public:
     struct Block {
-        // Left unwritten until rows are read into them: fresh memory costs a page fault per page at its first
-        // use, which is better spread over the reading than paid before it starts.
-        std::unique_ptr<uint8_t[]> raw;      // rows as read
-        std::unique_ptr<uint8_t[]> scratch;  // room for finished rows, when finishing needs it
-        const uint8_t* pixels = nullptr;     // the finished rows: raw or scratch
+        // Parts of the pipeline's one allocation, left unwritten until rows are read into them: fresh memory
+        // costs a page fault per page at its first use, which is better spread over the reading than paid
+        // before it starts.
+        uint8_t* raw = nullptr;           // rows as read
+        uint8_t* scratch = nullptr;       // room for finished rows, when finishing needs it
+        const uint8_t* pixels = nullptr;  // the finished rows: raw or scratch
         int rows = 0;
         int64_t sequence = 0;
         bool finished = false;
         int readersLeft = 0;
         // Converted by the reading thread: `converted` then holds the rows in the worker's form.
         enum class Ahead : uint8_t { Open, Converting, Converted, Taken } ahead = Ahead::Open;
-        float* converted = nullptr;
-        std::unique_ptr<float[]> convertedStorage;  // one of the pipeline's few, while converted
+        float* converted = nullptr;  // one of the pipeline's few buffers, while converted
     };
 
     // `convertedFloats`: room for one block of converted rows; 0 (or several workers) when the reading
@@ -69,13 +70,16 @@ private:
 
     std::mutex mutex_;
     std::condition_variable changed_;
+    // Every buffer in one allocation: released in one piece, rather than a dozen unmappings (each
+    // interrupting the other cores to flush their address translations) at the end of every picture.
+    std::unique_ptr<std::byte[]> memory_;
     std::vector<std::unique_ptr<Block>> storage_;
     std::deque<Block*> empty_;
     std::deque<Block*> inFlight_;  // published and not yet released by every worker, in sequence order
     int64_t published_ = 0;
     int workers_;
     size_t convertedFloats_;
-    std::vector<std::unique_ptr<float[]>> spareConverted_;
+    std::vector<float*> spareConverted_;
     bool closed_ = false;
     bool cancelled_ = false;
 };

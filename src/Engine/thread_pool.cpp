@@ -1,15 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include "thread_pool.h"
 
+#include <system_error>
+
 namespace voimg {
 
 namespace {
 thread_local const ThreadPool* tRunningIn = nullptr;  // the pool whose job this thread is running
 }
 
-ThreadPool::ThreadPool(size_t threads) {
-    workers_.reserve(threads);
-    for (size_t i = 0; i < threads; ++i) workers_.emplace_back([this] { workerLoop(); });
+ThreadPool::ThreadPool(size_t threads) : threads_(threads) {}
+
+void ThreadPool::startWorkers() {
+    started_ = true;
+    workers_.reserve(threads_);
+    try {
+        for (size_t i = 0; i < threads_; ++i) workers_.emplace_back([this] { workerLoop(); });
+    } catch (const std::system_error&) {  // no more threads to be had: the caller runs the rest
+    }
 }
 
 ThreadPool::~ThreadPool() {
@@ -28,6 +36,7 @@ void ThreadPool::parallelFor(size_t count, const std::function<void(size_t)>& jo
         return;
     }
     std::lock_guard turn(callers_);
+    if (!started_) startWorkers();
     {
         std::lock_guard lock(mutex_);
         job_ = &job;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A fixed set of worker threads that run the tiles of a render.
+// A fixed set of worker threads that run the tiles of a render, started by the first job that needs them
+// (a command that only streams a file never does).
 #pragma once
 
 #include <condition_variable>
@@ -22,12 +23,15 @@ public:
     // Runs job(i) for i in [0, count) on the workers and the calling thread; returns when all are done.
     // Calls from several threads take turns; a call from inside a job runs its jobs serially on the caller.
     void parallelFor(size_t count, const std::function<void(size_t)>& job);
-    [[nodiscard]] size_t workerCount() const { return workers_.size(); }
+    [[nodiscard]] size_t workerCount() const { return threads_; }
 
 private:
+    void startWorkers();
     void workerLoop();
     void runJobs();
 
+    size_t threads_;
+    bool started_ = false;  // guarded by callers_
     std::vector<std::thread> workers_;
     std::mutex callers_;  // one parallelFor at a time
     std::mutex mutex_;

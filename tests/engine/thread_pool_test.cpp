@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
+#include <iterator>
+#include <mutex>
 #include <set>
 #include <thread>
 #include <vector>
@@ -30,6 +33,25 @@ TEST(ThreadPool, UsesTheWorkerThreads) {
         seen.insert(std::this_thread::get_id());
     });
     EXPECT_GE(seen.size(), 2u);
+}
+
+// Threads of this process, as the kernel lists them.
+size_t processThreads() {
+    return size_t(
+        std::distance(std::filesystem::directory_iterator("/proc/self/task"), std::filesystem::directory_iterator()));
+}
+
+TEST(ThreadPool, StartsItsThreadsWithTheFirstJob) {
+    const size_t before = processThreads();
+    ThreadPool pool(3);
+    EXPECT_EQ(pool.workerCount(), 3u);
+    EXPECT_EQ(processThreads(), before) << "no thread before any job";
+    std::atomic<int> runs{0};
+    pool.parallelFor(8, [&](size_t) { ++runs; });
+    EXPECT_EQ(runs.load(), 8);
+    EXPECT_EQ(processThreads(), before + 3);
+    pool.parallelFor(8, [&](size_t) { ++runs; });
+    EXPECT_EQ(processThreads(), before + 3) << "the same threads for every later job";
 }
 
 TEST(ThreadPool, WithoutWorkersRunsOnTheCaller) {
