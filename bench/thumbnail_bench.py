@@ -7,10 +7,10 @@ Usage: bench/thumbnail_bench.py [--runs N] [--warmup N] [--only TEXT ...] [--vot
 1. Installs the peers (scripts/setup.sh bench) and builds vothumb and the helpers in bench/tools
    (release, build-bench/).
 2. Builds the image set in build/bench/images (cached) and adds any IMAGE given.
-3. Runs every tool on each image in turn (round robin), one warm-up round, then N timed rounds; wall time
-   and peak RSS of each process come from wait4 in bench/tools/run_measured (a small static launcher: the
-   forking process's own memory counts in the child's peak). A tool that takes two processes has their
-   times summed and the larger RSS kept.
+3. Runs every tool on each image in turn (round robin), one warm-up round, then N timed rounds; wall time,
+   processor time and peak RSS of each process come from wait4 in bench/tools/run_measured (a small
+   static launcher: the forking process's own memory counts in the child's peak). A tool that takes two
+   processes has their times summed and the larger RSS kept.
 4. Scores the last round's thumbnails against a slow linear-light Lanczos-3 reference (PSNR) and measures
    aliasing on the zone plate.
 5. Prints one table per image, writes build/bench/results.md, and exits with status 1 when a target is
@@ -156,6 +156,7 @@ def decoders(picture, plain_decode):
 class Sample:
     seconds: float
     rss_mb: float
+    cpu_seconds: float
 
 
 class ToolFailed(Exception):
@@ -169,16 +170,17 @@ def last_line(file):
 
 
 def run_process(argv):
-    """Runs one process through run_measured; returns its wall time and peak RSS (wait4's ru_maxrss)."""
+    """Runs one process through run_measured; returns its wall time, peak RSS (wait4's ru_maxrss) and
+    processor time (user and system, all threads)."""
     with tempfile.TemporaryFile() as errors:
         done = subprocess.run([str(RUN_MEASURED), *map(str, argv)], stdout=subprocess.PIPE, stderr=errors,
                               text=True)
         if done.returncode != 0:
             raise ToolFailed(f"run_measured failed: {last_line(errors)}")
-        seconds, rss_kb, status = done.stdout.split()
+        seconds, rss_kb, status, cpu_seconds = done.stdout.split()
         if status != "0":
             raise ToolFailed(f"exit {status}: {last_line(errors)}")
-    return Sample(float(seconds), int(rss_kb) / 1024.0)
+    return Sample(float(seconds), int(rss_kb) / 1024.0, float(cpu_seconds))
 
 
 def run_contender(contender):
@@ -189,7 +191,8 @@ def run_contender(contender):
     missing = [path.name for path in contender.outputs.values() if not path.exists()]
     if missing:
         raise ToolFailed(f"wrote no {', '.join(missing)}")
-    return Sample(sum(s.seconds for s in samples), max(s.rss_mb for s in samples))
+    return Sample(sum(s.seconds for s in samples), max(s.rss_mb for s in samples),
+                  sum(s.cpu_seconds for s in samples))
 
 
 def round_robin(contenders, runs, warmup):
@@ -282,6 +285,10 @@ class PictureResult:
         rows = self.samples.get(name)
         return statistics.median(s.seconds for s in rows) if rows else None
 
+    def median_cpu(self, name):
+        rows = self.samples.get(name)
+        return statistics.median(s.cpu_seconds for s in rows) if rows else None
+
     def peak_rss(self, name):
         rows = self.samples.get(name)
         return max(s.rss_mb for s in rows) if rows else None
@@ -337,8 +344,8 @@ def ratio(value, base):
 
 def picture_table(result):
     """(headers, rows) of one image's table."""
-    headers = ["tool", "time s", "/ fastest peer", "/ decode floor", "peak RSS MB", "bytes x150 / x600",
-               "PSNR x150", "PSNR x600"]
+    headers = ["tool", "time s", "/ fastest peer", "/ decode floor", "CPU s", "peak RSS MB",
+               "bytes x150 / x600", "PSNR x150", "PSNR x600"]
     zoneplate = result.picture.zoneplate
     if zoneplate:
         headers += ["alias x150 %", "alias x600 %"]
@@ -353,13 +360,13 @@ def picture_table(result):
             continue
         sizes = " / ".join(str(p.stat().st_size) if p.exists() else "—" for p in c.outputs.values()) or ""
         row = [c.name, number(seconds, 3), ratio(seconds, peer_time), ratio(seconds, floor_time),
-               number(result.peak_rss(c.name), 1), sizes]
+               number(result.median_cpu(c.name), 3), number(result.peak_rss(c.name), 1), sizes]
         row += [psnr_cell(result, c.name, h) if c.outputs else "" for h in HEIGHTS]
         if zoneplate:
             row += [number(result.aliasing.get((c.name, h)), 2) if c.outputs else "" for h in HEIGHTS]
         rows.append(row)
     if zoneplate:
-        rows.append([REFERENCE_ROW] + [""] * 7 + [number(result.aliasing.get((REFERENCE_ROW, h)), 2)
+        rows.append([REFERENCE_ROW] + [""] * 8 + [number(result.aliasing.get((REFERENCE_ROW, h)), 2)
                                                   for h in HEIGHTS])
     return headers, rows
 
@@ -459,7 +466,8 @@ def environment_lines(vothumb, runs, warmup):
     peers = ", ".join(f"{p} {package_version(p)}" for p in ("libvips42", "graphicsmagick", "imagemagick-6.q16",
                                                              "python3-pil", "libjpeg62-turbo"))
     return [f"{datetime.date.today()}, {os.cpu_count()} cores ({cpu}), vothumb {commit} (`{vothumb}`)",
-            f"{warmup} warm-up + {runs} timed rounds, round robin; time = median wall time, RSS = largest peak",
+            f"{warmup} warm-up + {runs} timed rounds, round robin; time = median wall time, "
+            "CPU = median processor time, RSS = largest peak",
             f"peers: {peers}"]
 
 

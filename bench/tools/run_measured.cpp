@@ -2,8 +2,9 @@
 // run_measured COMMAND [ARG ...]
 //
 // Runs COMMAND (its standard output goes to /dev/null, its standard error is inherited) and prints
-// "SECONDS MAXRSS_KB STATUS" on one line: wall time from fork to wait4, the peak resident set from wait4's
-// ru_maxrss, and the exit status (128 + signal number when killed by a signal; 127 when it cannot start).
+// "SECONDS MAXRSS_KB STATUS CPU_SECONDS" on one line: wall time from fork to wait4, the peak resident set
+// from wait4's ru_maxrss, the exit status (128 + signal number when killed by a signal; 127 when it cannot
+// start), and the processor time of all its threads, user and system (wait4's ru_utime + ru_stime).
 //
 // Why a launcher of its own: Linux carries the resident set of the process that forks into the child's
 // peak (fork copies the counters; vfork and posix_spawn share the parent's memory until exec, whose
@@ -46,6 +47,8 @@ int main(int argc, char** argv) {
     clock_gettime(CLOCK_MONOTONIC, &end);
     const double seconds = double(end.tv_sec - start.tv_sec) + double(end.tv_nsec - start.tv_nsec) * 1e-9;
     const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    std::printf("%.6f %ld %d\n", seconds, usage.ru_maxrss, code);
+    const double cpu = double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                       double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
+    std::printf("%.6f %ld %d %.6f\n", seconds, usage.ru_maxrss, code, cpu);
     return 0;
 }
