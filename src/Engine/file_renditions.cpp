@@ -343,6 +343,11 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
             pipeline.publish(block, !finishing);
         }
         pipeline.close();
+        // Everything is read: take a share of what the worker has left.
+        while (RowPipeline::Block* convert = pipeline.takeLeftToConvert()) {
+            conversions[0].prepareAhead(*convert, rows.stride(), readerScratch.data(), convert->converted);
+            pipeline.markConverted(convert);
+        }
     });
     if (finishing) {
         threads.emplace_back([&] {

@@ -51,6 +51,24 @@ RowPipeline::Block* RowPipeline::convertible() const {
     return nullptr;
 }
 
+// Whether a block the worker has not started is still open: its rows may be unfinished, or every buffer
+// in use, for now.
+bool RowPipeline::mayBecomeConvertible() const {
+    if (convertedFloats_ == 0) return false;
+    for (auto b = inFlight_.rbegin(); b != inFlight_.rend(); ++b) {
+        if ((*b)->ahead == Block::Ahead::Taken) return false;
+        if ((*b)->ahead == Block::Ahead::Open) return true;
+    }
+    return false;
+}
+
+RowPipeline::Block* RowPipeline::startConverting(Block* block) {
+    block->ahead = Block::Ahead::Converting;
+    block->converted = spareConverted_.back();
+    spareConverted_.pop_back();
+    return block;
+}
+
 RowPipeline::Block* RowPipeline::takeEmptyOrConvert(Block*& convert) {
     convert = nullptr;
     std::unique_lock lock(mutex_);
@@ -61,11 +79,16 @@ RowPipeline::Block* RowPipeline::takeEmptyOrConvert(Block*& convert) {
         empty_.pop_front();
         return block;
     }
-    convert = convertible();
-    convert->ahead = Block::Ahead::Converting;
-    convert->converted = spareConverted_.back();
-    spareConverted_.pop_back();
+    convert = startConverting(convertible());
     return nullptr;
+}
+
+RowPipeline::Block* RowPipeline::takeLeftToConvert() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return cancelled_ || convertible() != nullptr || !mayBecomeConvertible(); });
+    if (cancelled_) return nullptr;
+    Block* block = convertible();
+    return block ? startConverting(block) : nullptr;
 }
 
 void RowPipeline::markConverted(Block* block) {

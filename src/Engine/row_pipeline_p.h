@@ -6,7 +6,8 @@
 // With a single worker, the reading thread can take a share of the worker's work: when every block is
 // full and it would wait, it converts the rows of the newest published block the worker has not started
 // (the farthest from the worker, so that the two seldom meet) into the form the worker needs, so that
-// whichever side is slower, decoding or resizing, the other helps it along.
+// whichever side is slower, decoding or resizing, the other helps it along; and once the picture is read,
+// it does the same with the blocks the worker has left.
 #pragma once
 
 #include <condition_variable>
@@ -48,6 +49,10 @@ public:
     // convert ahead when there is one; markConverted() when done. Both null once cancelled.
     Block* takeEmptyOrConvert(Block*& convert);
     void markConverted(Block* block);
+    // Once the last block is read: the next block to convert ahead among those the worker has not started,
+    // waiting while one could still become convertible (its rows finished, a buffer free); null when none
+    // is left (or the pipeline was cancelled).
+    Block* takeLeftToConvert();
     void putBackEmpty(Block* block);  // taken but not filled
     void publish(Block* block, bool finished);
     void close();
@@ -65,6 +70,8 @@ public:
 
 private:
     [[nodiscard]] Block* convertible() const;
+    [[nodiscard]] bool mayBecomeConvertible() const;
+    Block* startConverting(Block* block);
 
     static constexpr int kConvertedBuffers = 3;
 

@@ -112,6 +112,51 @@ TEST(RowPipeline, ConversionsWaitForASpareBuffer) {
     }
 }
 
+TEST(RowPipeline, AfterTheLastBlockTheReadingThreadConvertsWhatTheWorkerHasNotStarted) {
+    RowPipeline pipeline(6, 16, 0, 1, 8);
+    for (uint8_t n = 0; n < 5; ++n) publishBlock(pipeline, n);
+    pipeline.close();
+    RowPipeline::Block* first = pipeline.waitFor(0, true);  // the worker is on block 0
+    // Newest first, a buffer each, while there are buffers.
+    std::vector<RowPipeline::Block*> converting;
+    for (int i = 0; i < 3; ++i) {
+        RowPipeline::Block* convert = pipeline.takeLeftToConvert();
+        ASSERT_NE(convert, nullptr);
+        EXPECT_EQ(convert->raw[0], 4 - i);
+        EXPECT_EQ(convert->ahead, Ahead::Converting);
+        converting.push_back(convert);
+    }
+    // Block 1 is still open but every buffer is in use: the call waits for the worker to free one, which
+    // the worker's release of a converted block does.
+    std::atomic<RowPipeline::Block*> fourth{nullptr};
+    std::atomic<bool> returned{false};
+    std::thread helper([&] {
+        fourth = pipeline.takeLeftToConvert();
+        returned = true;
+    });
+    for (RowPipeline::Block* b : converting) pipeline.markConverted(b);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(returned);
+    pipeline.release(first);
+    RowPipeline::Block* second = pipeline.waitFor(1, true);  // the worker took block 1 first
+    EXPECT_EQ(second->ahead, Ahead::Taken);
+    pipeline.release(second);
+    RowPipeline::Block* third = pipeline.waitFor(2, true);
+    EXPECT_EQ(third->ahead, Ahead::Converted);
+    pipeline.release(third);  // no open block is left: the call returns null
+    helper.join();
+    EXPECT_TRUE(returned);
+    EXPECT_EQ(fourth.load(), nullptr);
+    for (int64_t n = 3; n < 5; ++n) {
+        RowPipeline::Block* block = pipeline.waitFor(n, true);
+        ASSERT_NE(block, nullptr);
+        EXPECT_EQ(block->ahead, Ahead::Converted);
+        pipeline.release(block);
+    }
+    EXPECT_EQ(pipeline.waitFor(5, true), nullptr);
+    EXPECT_EQ(pipeline.takeLeftToConvert(), nullptr);
+}
+
 TEST(RowPipeline, SeveralWorkersOrNoBufferMeanNoConversions) {
     for (const auto& [workers, floats] : std::vector<std::pair<int, size_t>>{{2, 8}, {1, 0}}) {
         RowPipeline pipeline(2, 16, 0, workers, floats);
@@ -125,7 +170,13 @@ TEST(RowPipeline, SeveralWorkersOrNoBufferMeanNoConversions) {
         EXPECT_EQ(pipeline.takeEmptyOrConvert(convert), nullptr);
         EXPECT_EQ(convert, nullptr);
         canceller.join();
+        EXPECT_EQ(pipeline.takeLeftToConvert(), nullptr);
     }
+    // Nor after the last block, at once.
+    RowPipeline pipeline(2, 16, 0, 2, 8);
+    publishBlock(pipeline, 0);
+    pipeline.close();
+    EXPECT_EQ(pipeline.takeLeftToConvert(), nullptr);
 }
 
 // Real threads: a reader that converts whenever it would wait, and a slow worker; every block arrives in
