@@ -39,22 +39,22 @@ void fillBlank(Bitmap& b) {
 }
 
 // Zeroing fresh memory faults in each of its pages, most of a millisecond for a 600-pixel rendition on a
-// virtual machine: for large bitmaps that runs on a thread of its own while the file is opened and the
-// taps are built. Only the pixel storage is written there; sizes and formats are set beforehand.
+// virtual machine. Where a core is left beside the reading thread and the caller, large bitmaps are
+// cleared on a thread of their own while the file is opened and the workers are set up; otherwise the
+// caller clears them in finish(), after starting the reading thread, whose decoding then overlaps it.
+// Only the pixel storage is written; sizes and formats are set beforehand.
 class BlankFiller {
 public:
-    explicit BlankFiller(std::vector<Bitmap>& bitmaps) : bitmaps_(bitmaps) {
+    BlankFiller(std::vector<Bitmap>& bitmaps, bool spareCore) : bitmaps_(bitmaps) {
         size_t bytes = 0;
         for (const Bitmap& b : bitmaps) bytes += valuesOf(b) * (b.format == BitmapFormat::RgbaFloatLinear ? 4 : 1);
-        if (bytes >= (size_t(1) << 20)) {
+        if (spareCore && bytes >= (size_t(1) << 20)) {
             try {
                 thread_ = std::thread([this] { fill(); });
-                return;
-            } catch (const std::system_error&) {  // no thread to be had: fill them here
+                started_ = true;
+            } catch (const std::system_error&) {  // no thread to be had: finish() fills them
             }
         }
-        fill();
-        finish();
     }
     ~BlankFiller() {
         if (thread_.joinable()) thread_.join();
@@ -65,6 +65,10 @@ public:
     // After this the bitmaps are complete; a failure to allocate them is thrown here, as it would have been
     // without the thread.
     void finish() {
+        if (!started_) {
+            started_ = true;
+            fill();
+        }
         if (thread_.joinable()) thread_.join();
         if (error_) std::rethrow_exception(std::exchange(error_, nullptr));
     }
@@ -80,6 +84,7 @@ private:
 
     std::vector<Bitmap>& bitmaps_;
     std::thread thread_;
+    bool started_ = false;  // filling, or filled
     std::exception_ptr error_;
 };
 
@@ -277,7 +282,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     auto tellAll = [&] {
         for (size_t i = 0; i < bitmaps.size(); ++i) tell(i, bitmaps[i].height);
     };
-    BlankFiller blanks(bitmaps);
+    BlankFiller blanks(bitmaps, std::thread::hardware_concurrency() > 2);
 
     int reduction = 8;
     double largestScale = 0;
@@ -298,23 +303,17 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     const int width = reader->width(), height = reader->height();
     // Each worker takes an equal share of the columns of every rendition.
     const int workerTotal = workerCount(renditions);
-    const std::vector<int> sources = cascadeSources(renditions);
-    std::vector<Worker> workers(static_cast<size_t>(workerTotal));
-    for (int w = 0; w < workerTotal; ++w)
-        setUpWorker(workers[size_t(w)], w, workerTotal, renditions, sources, bitmaps, file.extent(), width, height);
-
-    if (rowsFinal && workerTotal == 1)
-        for (size_t i = 0; i < renditions.size(); ++i)
-            workers[0].slices[i].rowsWritten = [&tell, i](int64_t rows) { tell(i, rows); };
-    // The reader runs on a thread of its own a few blocks ahead; a reader that leaves work for later has it
-    // done on another, in order; the workers resize, the last of them on this thread.
+    // The reader runs on a thread of its own a few blocks ahead, from now on: setting up the workers (their
+    // filter taps) and clearing the bitmaps overlap the first rows' decoding. A reader that leaves work for
+    // later has it done on another thread, in order; the workers resize, the last of them on this thread.
     RowReader& rows = *reader;
     const bool finishing = rows.finishesRows();
-    std::vector<RowConversion> conversions;
-    for (Worker& worker : workers) conversions.emplace_back(worker, rows);
+    // Declared before the pipeline's threads, so that they outlive them whatever leaves this function.
+    std::vector<Worker> workers(static_cast<size_t>(workerTotal));
+    std::vector<RowConversion> conversions;  // complete before the pipeline allows conversions, which is
+    std::vector<float> readerScratch;        // when the reading thread first reads them
     RowPipeline pipeline(kBlocks, size_t(kBlockRows) * rows.rawStride(),
-                         finishing ? size_t(kBlockRows) * rows.stride() : 0, workerTotal,
-                         size_t(kBlockRows) * conversions[0].aheadFloatsPerRow);  // 0: never ahead
+                         finishing ? size_t(kBlockRows) * rows.stride() : 0, workerTotal);
     std::vector<std::thread> threads;
     struct Joiner {
         RowPipeline& pipeline;
@@ -324,7 +323,6 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
             for (std::thread& t : threads) t.join();
         }
     } joiner{pipeline, threads};
-    std::vector<float> readerScratch(conversions[0].aheadFloatsPerRow > 0 ? conversions[0].floatsPerRow : 0);
     threads.emplace_back([&] {
         for (;;) {
             RowPipeline::Block* convert = nullptr;
@@ -359,7 +357,19 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
             }
         });
     }
-    // The reading starts while the bitmaps are still being cleared; the workers, which write them, after.
+
+    const std::vector<int> sources = cascadeSources(renditions);
+    for (int w = 0; w < workerTotal; ++w)
+        setUpWorker(workers[size_t(w)], w, workerTotal, renditions, sources, bitmaps, file.extent(), width, height);
+    if (rowsFinal && workerTotal == 1)
+        for (size_t i = 0; i < renditions.size(); ++i)
+            workers[0].slices[i].rowsWritten = [&tell, i](int64_t rows) { tell(i, rows); };
+    for (Worker& worker : workers) conversions.emplace_back(worker, rows);
+    if (conversions[0].aheadFloatsPerRow > 0) {
+        readerScratch.resize(conversions[0].floatsPerRow);
+        pipeline.allowConversions(size_t(kBlockRows) * conversions[0].aheadFloatsPerRow);
+    }
+    // The workers write the bitmaps: they start once those are clear.
     blanks.finish();
     for (size_t w = 1; w < workers.size(); ++w)
         threads.emplace_back([&, w] { feedWorker(workers[w], conversions[w], pipeline, rows); });

@@ -33,6 +33,18 @@ RowPipeline::RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int w
         spareConverted_.push_back(reinterpret_cast<float*>(next));
 }
 
+void RowPipeline::allowConversions(size_t convertedFloats) {
+    if (workers_ != 1 || convertedFloats == 0) return;
+    const size_t floatsPerBuffer = aligned(convertedFloats * sizeof(float)) / sizeof(float);
+    auto memory = std::make_unique_for_overwrite<float[]>(floatsPerBuffer * kConvertedBuffers);
+    std::lock_guard lock(mutex_);
+    if (convertedFloats_ > 0) return;
+    convertedMemory_ = std::move(memory);
+    convertedFloats_ = convertedFloats;
+    for (int i = 0; i < kConvertedBuffers; ++i) spareConverted_.push_back(convertedMemory_.get() + i * floatsPerBuffer);
+    changed_.notify_all();
+}
+
 RowPipeline::Block* RowPipeline::takeEmpty() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return cancelled_ || !empty_.empty(); });

@@ -39,8 +39,11 @@ public:
     };
 
     // `convertedFloats`: room for one block of converted rows; 0 (or several workers) when the reading
-    // thread never converts.
+    // thread never converts, or does so only once allowConversions() says how.
     RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int workers, size_t convertedFloats = 0);
+    // Lets the reading thread convert blocks from now on (a single worker only; once): what it needs for
+    // that is ready.
+    void allowConversions(size_t convertedFloats);
 
     // Reading side: an empty block to fill (null once cancelled), then handing it on; `finished` when its
     // rows need no finishing. close() after the last block.
@@ -80,6 +83,7 @@ private:
     // Every buffer in one allocation: released in one piece, rather than a dozen unmappings (each
     // interrupting the other cores to flush their address translations) at the end of every picture.
     std::unique_ptr<std::byte[]> memory_;
+    std::unique_ptr<float[]> convertedMemory_;  // the conversion buffers, when allowed after construction
     std::vector<std::unique_ptr<Block>> storage_;
     std::deque<Block*> empty_;
     std::deque<Block*> inFlight_;  // published and not yet released by every worker, in sequence order
