@@ -157,6 +157,29 @@ TEST(RowPipeline, AfterTheLastBlockTheReadingThreadConvertsWhatTheWorkerHasNotSt
     EXPECT_EQ(pipeline.takeLeftToConvert(), nullptr);
 }
 
+TEST(RowPipeline, ConversionsStartWhenAllowed) {
+    RowPipeline pipeline(3, 16, 0, 1);
+    for (uint8_t n = 0; n < 3; ++n) publishBlock(pipeline, n);
+    // Every block is full and nothing may be converted yet: the reading thread waits.
+    std::atomic<RowPipeline::Block*> converting{nullptr};
+    std::atomic<bool> returned{false};
+    std::thread reader([&] {
+        RowPipeline::Block* convert = nullptr;
+        EXPECT_EQ(pipeline.takeEmptyOrConvert(convert), nullptr);
+        converting = convert;
+        returned = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(returned);
+    pipeline.allowConversions(8);  // wakes it with the newest block
+    reader.join();
+    ASSERT_NE(converting.load(), nullptr);
+    EXPECT_EQ(converting.load()->raw[0], 2);
+    ASSERT_NE(converting.load()->converted, nullptr);
+    converting.load()->converted[7] = 1.0f;  // room for the floats asked for
+    pipeline.markConverted(converting.load());
+}
+
 TEST(RowPipeline, SeveralWorkersOrNoBufferMeanNoConversions) {
     for (const auto& [workers, floats] : std::vector<std::pair<int, size_t>>{{2, 8}, {1, 0}}) {
         RowPipeline pipeline(2, 16, 0, workers, floats);
@@ -172,8 +195,9 @@ TEST(RowPipeline, SeveralWorkersOrNoBufferMeanNoConversions) {
         canceller.join();
         EXPECT_EQ(pipeline.takeLeftToConvert(), nullptr);
     }
-    // Nor after the last block, at once.
+    // Nor after the last block, at once, whatever is allowed later with several workers.
     RowPipeline pipeline(2, 16, 0, 2, 8);
+    pipeline.allowConversions(8);
     publishBlock(pipeline, 0);
     pipeline.close();
     EXPECT_EQ(pipeline.takeLeftToConvert(), nullptr);
