@@ -49,9 +49,12 @@ TEST(ThreadPool, StartsItsThreadsWithTheFirstJob) {
     std::atomic<int> runs{0};
     pool.parallelFor(8, [&](size_t) { ++runs; });
     EXPECT_EQ(runs.load(), 8);
-    EXPECT_EQ(processThreads(), before + 3);
+    // Its three workers (a sanitizer's runtime may add a thread of its own with the first one started).
+    const size_t started = processThreads();
+    EXPECT_GE(started, before + 3);
+    EXPECT_LE(started, before + 4);
     pool.parallelFor(8, [&](size_t) { ++runs; });
-    EXPECT_EQ(processThreads(), before + 3) << "the same threads for every later job";
+    EXPECT_EQ(processThreads(), started) << "the same threads for every later job";
 }
 
 TEST(ThreadPool, WithoutWorkersRunsOnTheCaller) {
