@@ -13,13 +13,9 @@ size_t aligned(size_t bytes) { return (bytes + kAlignment - 1) / kAlignment * kA
 
 }  // namespace
 
-RowPipeline::RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int workers, size_t convertedFloats)
-    : workers_(workers), convertedFloats_(workers == 1 ? convertedFloats : 0) {
+RowPipeline::RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int workers) : workers_(workers) {
     const size_t blockBytes = aligned(rawBytes) + aligned(scratchBytes);
-    const size_t convertedBytes = aligned(convertedFloats_ * sizeof(float));
-    const int converted = convertedFloats_ > 0 ? kConvertedBuffers : 0;
-    memory_ = std::make_unique_for_overwrite<std::byte[]>(size_t(blocks) * blockBytes +
-                                                          size_t(converted) * convertedBytes + kAlignment);
+    memory_ = std::make_unique_for_overwrite<std::byte[]>(size_t(blocks) * blockBytes + kAlignment);
     std::byte* next = memory_.get() + (kAlignment - reinterpret_cast<uintptr_t>(memory_.get()) % kAlignment);
     for (int i = 0; i < blocks; ++i, next += blockBytes) {
         auto block = std::make_unique<Block>();
@@ -28,9 +24,6 @@ RowPipeline::RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int w
         empty_.push_back(block.get());
         storage_.push_back(std::move(block));
     }
-    // Fresh memory costs a page fault per page at its first use, so the few buffers are reused.
-    for (int i = 0; i < converted; ++i, next += convertedBytes)
-        spareConverted_.push_back(reinterpret_cast<float*>(next));
 }
 
 void RowPipeline::allowConversions(size_t convertedFloats) {
@@ -39,6 +32,7 @@ void RowPipeline::allowConversions(size_t convertedFloats) {
     auto memory = std::make_unique_for_overwrite<float[]>(floatsPerBuffer * kConvertedBuffers);
     std::lock_guard lock(mutex_);
     if (convertedFloats_ > 0) return;
+    // Fresh memory costs a page fault per page at its first use, so the few buffers are reused.
     convertedMemory_ = std::move(memory);
     convertedFloats_ = convertedFloats;
     for (int i = 0; i < kConvertedBuffers; ++i) spareConverted_.push_back(convertedMemory_.get() + i * floatsPerBuffer);

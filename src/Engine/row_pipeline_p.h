@@ -38,11 +38,9 @@ public:
         float* converted = nullptr;  // one of the pipeline's few buffers, while converted
     };
 
-    // `convertedFloats`: room for one block of converted rows; 0 (or several workers) when the reading
-    // thread never converts, or does so only once allowConversions() says how.
-    RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int workers, size_t convertedFloats = 0);
-    // Lets the reading thread convert blocks from now on (a single worker only; once): what it needs for
-    // that is ready.
+    RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int workers);
+    // Lets the reading thread convert blocks from now on (a single worker only; once), into buffers of
+    // `convertedFloats` (one block of converted rows): what it needs for that is ready.
     void allowConversions(size_t convertedFloats);
 
     // Reading side: an empty block to fill (null once cancelled), then handing it on; `finished` when its
@@ -83,13 +81,13 @@ private:
     // Every buffer in one allocation: released in one piece, rather than a dozen unmappings (each
     // interrupting the other cores to flush their address translations) at the end of every picture.
     std::unique_ptr<std::byte[]> memory_;
-    std::unique_ptr<float[]> convertedMemory_;  // the conversion buffers, when allowed after construction
+    std::unique_ptr<float[]> convertedMemory_;  // the conversion buffers, once allowed
     std::vector<std::unique_ptr<Block>> storage_;
     std::deque<Block*> empty_;
     std::deque<Block*> inFlight_;  // published and not yet released by every worker, in sequence order
     int64_t published_ = 0;
     int workers_;
-    size_t convertedFloats_;
+    size_t convertedFloats_ = 0;
     std::vector<float*> spareConverted_;
     bool closed_ = false;
     bool cancelled_ = false;

@@ -26,7 +26,8 @@ RowPipeline::Block* publishBlock(RowPipeline& pipeline, uint8_t number) {
 }
 
 TEST(RowPipeline, TheReadingThreadConvertsTheNewestBlockWhenEveryBlockIsFull) {
-    RowPipeline pipeline(3, 16, 0, 1, 8);
+    RowPipeline pipeline(3, 16, 0, 1);
+    pipeline.allowConversions(8);
     for (uint8_t n = 0; n < 3; ++n) publishBlock(pipeline, n);
     // Nothing is empty: the newest block the worker has not started is handed out to convert.
     RowPipeline::Block* convert = nullptr;
@@ -66,7 +67,8 @@ TEST(RowPipeline, TheReadingThreadConvertsTheNewestBlockWhenEveryBlockIsFull) {
 }
 
 TEST(RowPipeline, ConversionsWaitForASpareBuffer) {
-    RowPipeline pipeline(6, 16, 0, 1, 8);
+    RowPipeline pipeline(6, 16, 0, 1);
+    pipeline.allowConversions(8);
     for (uint8_t n = 0; n < 6; ++n) publishBlock(pipeline, n);
     // The pipeline has three conversion buffers (a fourth call would wait): the newest three blocks get one
     // each.
@@ -113,7 +115,8 @@ TEST(RowPipeline, ConversionsWaitForASpareBuffer) {
 }
 
 TEST(RowPipeline, AfterTheLastBlockTheReadingThreadConvertsWhatTheWorkerHasNotStarted) {
-    RowPipeline pipeline(6, 16, 0, 1, 8);
+    RowPipeline pipeline(6, 16, 0, 1);
+    pipeline.allowConversions(8);
     for (uint8_t n = 0; n < 5; ++n) publishBlock(pipeline, n);
     pipeline.close();
     RowPipeline::Block* first = pipeline.waitFor(0, true);  // the worker is on block 0
@@ -182,7 +185,8 @@ TEST(RowPipeline, ConversionsStartWhenAllowed) {
 
 TEST(RowPipeline, SeveralWorkersOrNoBufferMeanNoConversions) {
     for (const auto& [workers, floats] : std::vector<std::pair<int, size_t>>{{2, 8}, {1, 0}}) {
-        RowPipeline pipeline(2, 16, 0, workers, floats);
+        RowPipeline pipeline(2, 16, 0, workers);
+        pipeline.allowConversions(floats);
         for (uint8_t n = 0; n < 2; ++n) publishBlock(pipeline, n);
         // With nothing to convert the reading thread waits for an empty block: cancelling ends the wait.
         std::thread canceller([&] {
@@ -196,7 +200,7 @@ TEST(RowPipeline, SeveralWorkersOrNoBufferMeanNoConversions) {
         EXPECT_EQ(pipeline.takeLeftToConvert(), nullptr);
     }
     // Nor after the last block, at once, whatever is allowed later with several workers.
-    RowPipeline pipeline(2, 16, 0, 2, 8);
+    RowPipeline pipeline(2, 16, 0, 2);
     pipeline.allowConversions(8);
     publishBlock(pipeline, 0);
     pipeline.close();
@@ -207,7 +211,8 @@ TEST(RowPipeline, SeveralWorkersOrNoBufferMeanNoConversions) {
 // order, each converted either by the reader or not at all, never both or half.
 TEST(RowPipeline, ConvertingAheadKeepsOrderUnderRealThreads) {
     constexpr int kBlocks = 400;
-    RowPipeline pipeline(6, 16, 0, 1, 4);
+    RowPipeline pipeline(6, 16, 0, 1);
+    pipeline.allowConversions(4);
     int converted = 0;
     std::thread reader([&] {
         int next = 0;
