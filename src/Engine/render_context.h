@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "image.h"
+#include "large_allocator.h"
 #include "node.h"
 
 namespace voimg {
@@ -26,12 +27,16 @@ enum class BitmapFormat {
     RgbaFloatLinear,     // the working values themselves: premultiplied linear floats
 };
 
+// Pixel storage: a bitmap is large and written once, so it is mapped as a large buffer.
+using BitmapBytes = std::vector<uint8_t, LargeAllocator<uint8_t>>;
+using BitmapFloats = std::vector<float, LargeAllocator<float>>;
+
 struct Bitmap {
     int width = 0;
     int height = 0;
     BitmapFormat format = BitmapFormat::Rgba8;
-    std::vector<uint8_t> bytes;  // 8-bit formats
-    std::vector<float> floats;   // RgbaFloatLinear
+    BitmapBytes bytes;    // 8-bit formats
+    BitmapFloats floats;  // RgbaFloatLinear
 
     [[nodiscard]] bool isEmpty() const { return width <= 0 || height <= 0; }
     [[nodiscard]] int channels() const { return format == BitmapFormat::Rgb8OverBlack ? 3 : 4; }

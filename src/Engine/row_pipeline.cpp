@@ -15,7 +15,7 @@ size_t aligned(size_t bytes) { return (bytes + kAlignment - 1) / kAlignment * kA
 
 RowPipeline::RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int workers) : workers_(workers) {
     const size_t blockBytes = aligned(rawBytes) + aligned(scratchBytes);
-    memory_ = std::make_unique_for_overwrite<std::byte[]>(size_t(blocks) * blockBytes + kAlignment);
+    memory_ = makeLargeArray<std::byte>(size_t(blocks) * blockBytes + kAlignment);
     std::byte* next = memory_.get() + (kAlignment - reinterpret_cast<uintptr_t>(memory_.get()) % kAlignment);
     for (int i = 0; i < blocks; ++i, next += blockBytes) {
         auto block = std::make_unique<Block>();
@@ -29,7 +29,7 @@ RowPipeline::RowPipeline(int blocks, size_t rawBytes, size_t scratchBytes, int w
 void RowPipeline::allowConversions(size_t convertedFloats) {
     if (workers_ != 1 || convertedFloats == 0) return;
     const size_t floatsPerBuffer = aligned(convertedFloats * sizeof(float)) / sizeof(float);
-    auto memory = std::make_unique_for_overwrite<float[]>(floatsPerBuffer * kConvertedBuffers);
+    LargeArray<float> memory = makeLargeArray<float>(floatsPerBuffer * kConvertedBuffers);
     std::lock_guard lock(mutex_);
     if (convertedFloats_ > 0) return;
     // Fresh memory costs a page fault per page at its first use, so the few buffers are reused.

@@ -18,6 +18,8 @@
 #include <mutex>
 #include <vector>
 
+#include "large_allocator.h"
+
 namespace voimg {
 
 class RowPipeline {
@@ -80,8 +82,8 @@ private:
     std::condition_variable changed_;
     // Every buffer in one allocation: released in one piece, rather than a dozen unmappings (each
     // interrupting the other cores to flush their address translations) at the end of every picture.
-    std::unique_ptr<std::byte[]> memory_;
-    std::unique_ptr<float[]> convertedMemory_;  // the conversion buffers, once allowed
+    LargeArray<std::byte> memory_;
+    LargeArray<float> convertedMemory_;  // the conversion buffers, once allowed
     std::vector<std::unique_ptr<Block>> storage_;
     std::deque<Block*> empty_;
     std::deque<Block*> inFlight_;  // published and not yet released by every worker, in sequence order

@@ -71,7 +71,8 @@ std::vector<float> engineShrink(const Source& source, double scale) {
     const Image scaled =
         Image::withDecodedImage(std::move(d)).transformed(AffineTransform::scale(float(scale), float(scale)));
     RenderContext context;
-    return context.createBitmap(scaled, scaled.extent(), BitmapFormat::RgbaFloatLinear).floats;
+    const BitmapFloats floats = context.createBitmap(scaled, scaled.extent(), BitmapFormat::RgbaFloatLinear).floats;
+    return {floats.begin(), floats.end()};
 }
 
 double psnr(const std::vector<float>& a, const std::vector<float>& b) {

@@ -68,7 +68,7 @@ inline CIImage imageFromPixels(const Pixels& pixels) {
 inline Pixels renderRgba8(const CIImage& image, const CGRect& rect) {
     static voimg::RenderContext context(1);
     voimg::Bitmap bitmap = context.createBitmap(image, rect, voimg::BitmapFormat::Rgba8);
-    return Pixels{bitmap.width, bitmap.height, 4, std::move(bitmap.bytes)};
+    return Pixels{bitmap.width, bitmap.height, 4, std::vector<uint8_t>(bitmap.bytes.begin(), bitmap.bytes.end())};
 }
 
 }  // namespace vo::test

@@ -13,7 +13,7 @@
 namespace vo {
 namespace {
 
-std::vector<float> render(const CIImage& image, const CGRect& rect) {
+voimg::BitmapFloats render(const CIImage& image, const CGRect& rect) {
     voimg::RenderContext context(1);
     return context.createBitmap(image, rect, voimg::BitmapFormat::RgbaFloatLinear).floats;
 }

@@ -17,12 +17,15 @@
 #include <utility>
 #include <vector>
 
+#include "Engine/large_allocator.h"
+
 namespace voimg::detail {
 
 // Leaves new elements uninitialised: planes are written in full before they are read, and zeroing them
 // first would only fault their pages in on the allocating thread rather than on the ones that fill them.
+// Large planes are mapped as large buffers.
 template <class T>
-struct UninitialisedAllocator : std::allocator<T> {
+struct UninitialisedAllocator : LargeAllocator<T> {
     template <class U>
     struct rebind {
         using other = UninitialisedAllocator<U>;
