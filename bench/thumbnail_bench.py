@@ -35,6 +35,7 @@ TOOLS = ROOT / "bench" / "tools"
 RUN_MEASURED = BUILD / "bin" / "run_measured"
 PLAIN_DECODE = BUILD / "bin" / "plain_decode"
 REFERENCE_THUMB = BUILD / "bin" / "reference_thumb"
+CORE_WAKE = BUILD / "bin" / "core_wake"
 SYSTEM_PYTHON = "/usr/bin/python3"  # the Debian interpreter, which has python3-pil and python3-numpy
 
 HEIGHTS = (150, 600)  # rendition heights; vothumb names them PREFIX-200.jpg and PREFIX-600.jpg
@@ -458,6 +459,11 @@ def package_version(package):
                           stderr=subprocess.DEVNULL, text=True).stdout or "?"
 
 
+def core_wake_ms():
+    """How late a new thread first runs after the machine idled (bench/tools/core_wake), in ms."""
+    return float(subprocess.run([str(CORE_WAKE)], check=True, stdout=subprocess.PIPE, text=True).stdout)
+
+
 def environment_lines(vothumb, runs, warmup):
     cpu = next((line.split(":", 1)[1].strip() for line in open("/proc/cpuinfo") if line.startswith("model name")),
                "?")
@@ -468,7 +474,9 @@ def environment_lines(vothumb, runs, warmup):
     return [f"{datetime.date.today()}, {os.cpu_count()} cores ({cpu}), vothumb {commit} (`{vothumb}`)",
             f"{warmup} warm-up + {runs} timed rounds, round robin; time = median wall time, "
             "CPU = median processor time, RSS = largest peak",
-            f"peers: {peers}"]
+            f"peers: {peers}",
+            f"a thread started after 20 ms of idleness first runs {core_wake_ms():.2f} ms later (median of 15; "
+            "a multi-threaded tool pays it, a single-threaded one does not)"]
 
 
 def report(results, vothumb, startup, runs, warmup, missed):
@@ -504,7 +512,7 @@ def setup_and_build(skip_setup):
         subprocess.run(["bash", ROOT / "scripts" / "setup.sh", "bench"], check=True)
     run_quietly(["cmake", "-S", ROOT, "-B", BUILD, "-G", "Ninja", "-Wno-dev", "-DCMAKE_BUILD_TYPE=Release",
                  "-DVO_BUILD_BENCH=ON", "-DVO_BUILD_TESTS=OFF"])
-    run_quietly(["ninja", "-C", BUILD, "vothumb", "run_measured", "plain_decode", "reference_thumb"])
+    run_quietly(["ninja", "-C", BUILD, "vothumb", "run_measured", "plain_decode", "reference_thumb", "core_wake"])
 
 
 def parse_args():

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "codec/row_reader.h"
+#include "core_separation_p.h"
 #include "linear_rows_p.h"
 #include "rendition_slices_p.h"
 #include "row_pipeline_p.h"
@@ -308,6 +309,10 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     // later has it done on another thread, in order; the workers resize, the last of them on this thread.
     RowReader& rows = *reader;
     const bool finishing = rows.finishesRows();
+    // This thread and the reading thread on different cores while the rows pass (see CoreSeparation), when
+    // they are the only ones busy: a third thread, finishing rows or helping the reader, is better off free
+    // to use whichever core is less busy.
+    CoreSeparation separation(!finishing && !rows.readsWithHelpers());
     // Declared before the pipeline's threads, so that they outlive them whatever leaves this function.
     std::vector<Worker> workers(static_cast<size_t>(workerTotal));
     std::vector<RowConversion> conversions;  // complete before the pipeline allows conversions, which is
@@ -324,6 +329,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
         }
     } joiner{pipeline, threads};
     threads.emplace_back([&] {
+        separation.keepOffCallersCore();
         for (;;) {
             RowPipeline::Block* convert = nullptr;
             RowPipeline::Block* block = pipeline.takeEmptyOrConvert(convert);
@@ -349,6 +355,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     });
     if (finishing) {
         threads.emplace_back([&] {
+            separation.keepOffCallersCore();
             for (int64_t sequence = 0;; ++sequence) {
                 RowPipeline::Block* block = pipeline.waitFor(sequence, false);
                 if (!block) return;
@@ -372,8 +379,14 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     // The workers write the bitmaps: they start once those are clear.
     blanks.finish();
     for (size_t w = 1; w < workers.size(); ++w)
-        threads.emplace_back([&, w] { feedWorker(workers[w], conversions[w], pipeline, rows); });
+        threads.emplace_back([&, w] {
+            separation.keepOffCallersCore();
+            feedWorker(workers[w], conversions[w], pipeline, rows);
+        });
     feedWorker(workers[0], conversions[0], pipeline, rows);
+    // What the rows' end leaves is this thread's alone, and the threads it may start (to finish files) should
+    // not be confined to its core.
+    separation.release();
     // Every thread runs out of rows on its own; then the resizers flush what the picture's end left.
     for (std::thread& t : threads) t.join();
     threads.clear();

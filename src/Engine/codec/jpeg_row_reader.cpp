@@ -96,6 +96,8 @@ public:
         return true;
     }
 
+    [[nodiscard]] bool readsWithHelpers() const override { return split_ != nullptr; }
+
     int readRows(uint8_t* out, int maxRows) override {
         const int wanted = std::min(maxRows, height_ - produced_);
         if (wanted <= 0) return 0;

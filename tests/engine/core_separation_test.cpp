@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+// The caller kept on its core and the render's threads on the others, for as long as the rows pass.
+#include <gtest/gtest.h>
+
+#include <sched.h>
+
+#include <thread>
+
+#include "Engine/core_separation_p.h"
+
+namespace voimg {
+namespace {
+
+cpu_set_t affinity() {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    EXPECT_EQ(sched_getaffinity(0, sizeof set, &set), 0);
+    return set;
+}
+
+bool sameSet(const cpu_set_t& a, const cpu_set_t& b) { return CPU_EQUAL(&a, &b); }
+
+// Each test runs in a thread of its own, so that the test process keeps its cores whatever happens.
+template <class Body>
+void inOwnThread(Body body) {
+    std::thread(body).join();
+}
+
+TEST(CoreSeparation, KeepsTheCallerOnItsCoreAndTheRendersThreadsOffIt) {
+    const cpu_set_t cores = affinity();
+    if (CPU_COUNT(&cores) < 2) GTEST_SKIP() << "a single core to use";
+    inOwnThread([] {
+        const cpu_set_t before = affinity();
+        CoreSeparation separation(true);
+        ASSERT_TRUE(separation.active());
+        const int core = separation.callersCore();
+        const cpu_set_t pinned = affinity();
+        EXPECT_EQ(CPU_COUNT(&pinned), 1);
+        EXPECT_TRUE(CPU_ISSET(core, &pinned));
+        EXPECT_EQ(sched_getcpu(), core);
+
+        std::thread([&] {
+            separation.keepOffCallersCore();
+            const cpu_set_t off = affinity();
+            EXPECT_FALSE(CPU_ISSET(core, &off));
+            EXPECT_EQ(CPU_COUNT(&off), CPU_COUNT(&before) - 1);
+            EXPECT_NE(sched_getcpu(), core);  // moved off at once, not at some later wake-up
+        }).join();
+
+        separation.release();
+        EXPECT_FALSE(separation.active());
+        EXPECT_TRUE(sameSet(affinity(), before));
+        // A thread started afterwards (one finishing a file, say) may use every core again.
+        std::thread([&] { EXPECT_TRUE(sameSet(affinity(), before)); }).join();
+    });
+}
+
+TEST(CoreSeparation, TheDestructorGivesTheCallerItsCoresBack) {
+    inOwnThread([] {
+        const cpu_set_t before = affinity();
+        { CoreSeparation separation(true); }
+        EXPECT_TRUE(sameSet(affinity(), before));
+    });
+}
+
+TEST(CoreSeparation, ChangesNothingWhenNotWanted) {
+    inOwnThread([] {
+        const cpu_set_t before = affinity();
+        CoreSeparation separation(false);
+        EXPECT_FALSE(separation.active());
+        EXPECT_TRUE(sameSet(affinity(), before));
+        std::thread([&] {
+            const cpu_set_t mine = affinity();
+            separation.keepOffCallersCore();
+            EXPECT_TRUE(sameSet(affinity(), mine));
+        }).join();
+    });
+}
+
+TEST(CoreSeparation, ChangesNothingForAThreadAllowedASingleCore) {
+    inOwnThread([] {
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(sched_getcpu(), &one);
+        ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+        CoreSeparation separation(true);
+        EXPECT_FALSE(separation.active());
+        EXPECT_TRUE(sameSet(affinity(), one));
+        std::thread([&] {
+            separation.keepOffCallersCore();
+            EXPECT_TRUE(sameSet(affinity(), one));  // inherited, and left as it was
+        }).join();
+    });
+}
+
+}  // namespace
+}  // namespace voimg
