@@ -52,8 +52,7 @@ public:
     [[nodiscard]] virtual size_t rawStride() const { return stride(); }
     // True when finishRows() has work to do.
     [[nodiscard]] virtual bool finishesRows() const { return false; }
-    // True when reading keeps threads of the reader's own busy (a JPEG split between threads, TIFF strips
-    // shared with a helper).
+    // True when reading keeps threads of the reader's own busy (a baseline JPEG split between threads).
     [[nodiscard]] virtual bool readsWithHelpers() const { return false; }
     virtual const uint8_t* finishRows(uint8_t* raw, int count, uint8_t* scratch) {
         (void)count, (void)scratch;
