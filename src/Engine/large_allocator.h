@@ -4,10 +4,10 @@
 // A fresh page costs a page fault at its first write. A render touches megabytes of fresh memory (its
 // bitmaps, its pipeline's buffers) and so takes hundreds of faults, which cost far more than the writes
 // themselves, on a virtual machine most of all. Buffers of kLargeBufferBytes or more are therefore mapped
-// from the kernel on their own, 2 MB aligned, and asked for transparent huge pages: one fault then brings
-// in 2 MB. A huge page is resident in full, so the length is rounded up to one only where the rest beyond
-// the whole ones is large too. Smaller buffers come from the heap as usual. Where the kernel gives no huge
-// pages, the mapping works as any other.
+// from the kernel on their own, 2 MB aligned, in transparent huge pages filled in as they are mapped: one
+// huge page replaces 512 faults. A huge page is resident in full, so the length is rounded up to one only
+// where the rest beyond the whole ones is large too. Smaller buffers come from the heap as usual. Where the
+// kernel gives no huge pages, the mapping works as any other.
 #pragma once
 
 #include <cstddef>

@@ -94,6 +94,31 @@ TEST(RowReader, JpegWithAProfileIsConvertedAsTheWholeDecodeConvertsIt) {
     expectSameAsWholeDecode(files.write("icc.jpg", encodeJpeg(makeGradient(64, 48), tagged)));
 }
 
+TEST(RowReader, JpegShrunkTwofoldAfterItsDecodeRepeatsChromaSamples) {
+    Files files;
+    const Bytes jpeg = encodeJpeg(makeGradient(96, 64), {});  // 4:2:0
+    const std::string path = files.write("s.jpg", jpeg);
+    const Picture interpolated = decodeJpegRaw(jpeg, true), repeated = decodeJpegRaw(jpeg, false);
+    ASSERT_NE(interpolated.samples, repeated.samples);
+    auto rgbOfRows = [&](double finalReduction) {
+        std::string error;
+        voimg::RowReadOptions options;
+        options.finalReduction = finalReduction;
+        const auto reader = voimg::openRowReader(path, options, &error);
+        EXPECT_TRUE(reader) << error;
+        if (!reader) return std::vector<uint8_t>{};
+        const voimg::DecodedImage rows = readAll(*reader);
+        std::vector<uint8_t> rgb;
+        for (size_t i = 0; i < rows.pixels.size(); i += 4) rgb.insert(rgb.end(), &rows.pixels[i], &rows.pixels[i + 3]);
+        return rgb;
+    };
+    EXPECT_EQ(rgbOfRows(1.9), interpolated.samples);
+    EXPECT_EQ(rgbOfRows(2.0), repeated.samples);
+    EXPECT_EQ(rgbOfRows(8.0), repeated.samples);
+    // What counts is the shrink left after a reduced decode.
+    expectSameAsWholeDecode(path, 2, 3.9);
+}
+
 TEST(RowReader, ProgressiveJpegShrunkALotStaysCloseToTheFullDecode) {
     Files files;
     JpegParams progressive;

@@ -63,8 +63,9 @@ struct JpegParams {
 };
 // `picture` carries 1 (grey), 3 (RGB) or 4 (CMYK) channels matching params.colour.
 Bytes encodeJpeg(const Picture& picture, const JpegParams& params);
-// Raw libjpeg decode without colour conversion of CMYK (4 channels) or RGB (3 channels).
-Picture decodeJpegRaw(const Bytes& jpeg);
+// Raw libjpeg decode without colour conversion of CMYK (4 channels) or RGB (3 channels); subsampled chroma
+// is interpolated, or else its samples repeated.
+Picture decodeJpegRaw(const Bytes& jpeg, bool interpolateChroma = true);
 
 // --- PNG (libpng) ---
 struct PngParams {

@@ -71,7 +71,7 @@ Bytes encodeJpeg(const Picture& picture, const JpegParams& params) {
     return out;
 }
 
-Picture decodeJpegRaw(const Bytes& jpeg) {
+Picture decodeJpegRaw(const Bytes& jpeg, bool interpolateChroma) {
     jpeg_decompress_struct cinfo{};
     jpeg_error_mgr err{};
     cinfo.err = jpeg_std_error(&err);
@@ -81,6 +81,7 @@ Picture decodeJpegRaw(const Bytes& jpeg) {
     jpeg_read_header(&cinfo, TRUE);
     const bool cmyk = cinfo.jpeg_color_space == JCS_CMYK || cinfo.jpeg_color_space == JCS_YCCK;
     cinfo.out_color_space = cmyk ? JCS_CMYK : JCS_RGB;
+    cinfo.do_fancy_upsampling = interpolateChroma;
     jpeg_start_decompress(&cinfo);
     Picture p{int(cinfo.output_width), int(cinfo.output_height), cinfo.output_components, {}};
     p.samples.resize(size_t(p.width) * p.height * p.channels);

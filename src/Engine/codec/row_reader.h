@@ -19,7 +19,8 @@ struct RowReadOptions {
     // As DecodeOptions::scaleDenominator: JPEG decodes at 1/scaleDenominator, WebP scales while decoding.
     int scaleDenominator = 1;
     // How much the caller will shrink the full-resolution picture in the end (full height / output height
-    // of the largest result). A progressive JPEG then skips the scans that carry only finer detail.
+    // of the largest result). A progressive JPEG then skips the scans that carry only finer detail, and a
+    // JPEG shrunk at least twofold after its decode repeats chroma samples rather than interpolating them.
     double finalReduction = 1;
     uint64_t maxPixels = kDefaultMaxPixels;
     // A baseline JPEG decoded at 1/2, 1/4 or 1/8 with at least this many bytes of compressed data is
