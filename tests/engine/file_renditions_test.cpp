@@ -148,9 +148,8 @@ TEST(FileRenditions, GreyPicturesShrunkWithABoxMatchTheDecodedPictureShrunk) {
 TEST(FileRenditions, SharpColourEdgesComeThroughAtLeastAsWellAsFromTheWholeDecode) {
     vo::test::TempDir dir;
     // Hard colour edges every few pixels, where the chroma upsampling shows most. Shrunk 2.5-fold, the
-    // streaming decode repeats the chroma samples rather than interpolating them, as the whole decode does:
-    // it must come at least as close to the picture the file was made from, and stay close to the whole
-    // decode shrunk.
+    // streaming decode repeats the chroma samples where the whole decode interpolates them: it must come at
+    // least as close to the picture the file was made from, and stay close to the whole decode shrunk.
     votest::Picture edges{480, 320, 3, {}};
     for (int y = 0; y < 320; ++y)
         for (int x = 0; x < 480; ++x)
