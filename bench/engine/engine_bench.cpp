@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Micro-benchmarks of the engine's kernels: resampling (tiled, and the streaming resizer's passes scalar
-// and SIMD), colour conversion (whole pictures, and decoded rows to linear light), PNG unfiltering (scalar and SIMD),
-// JPEG colour planes, the luma fit and the whole JPEG writer, the reduced JPEG IDCTs and YCbCr rows (scalar and SIMD),
-// composition (scalar and SIMD stage, whole compositions) and accumulator updates. Rates are in megapixels per second
-// (of output, or of input for the row kernels).
+// and SIMD, and its block pass over opaque rows), colour conversion (whole pictures, and decoded rows to linear light),
+// PNG unfiltering (scalar and SIMD), JPEG colour planes, the luma fit and the whole JPEG writer, the reduced JPEG IDCTs
+// and YCbCr rows (scalar and SIMD), composition (scalar and SIMD stage, whole compositions) and accumulator updates.
+// Rates are in megapixels per second (of output, or of input for the row kernels).
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -22,7 +22,9 @@
 #include "Engine/codec/luma_fit_p.h"
 #include "Engine/codec/png_unfilter_p.h"
 #include "Engine/linear_rows_p.h"
+#include "Engine/opaque_rows_filter_p.h"
 #include "Engine/render_context.h"
+#include "Engine/resample_taps_p.h"
 #include "Engine/stream_resizer_kernels_p.h"
 
 namespace {
@@ -195,6 +197,45 @@ BENCHMARK(LinearColourPixels)
     ->ArgsProduct({{0, 1, 2}, {0, 1}})
     ->ArgNames({"scalar_avx2_avx512", "alpha"})
     ->Unit(benchmark::kMicrosecond);
+
+// The horizontal pass over a block of 16 opaque 2560-pixel rows to 800 pixels (the 600-pixel thumbnail
+// of a 2560x1920 JPEG): each row converted to linear light and filtered (0), as the resizer does for rows
+// with alpha, against the block kernel (1).
+void OpaqueRowsFilter(benchmark::State& state) {
+    const int64_t inWidth = 2560, outWidth = 800;
+    const int rows = voimg::kOpaqueBlockRows;
+    voimg::AxisTaps taps =
+        voimg::AxisTaps::build(0, outWidth, 3.2, 0, voimg::ResampleKernel::forScale(1 / 3.2), 0, inWidth);
+    taps.padToMultipleOf(4, 0, inWidth);
+    std::vector<float> sums(static_cast<size_t>(outWidth));
+    for (size_t o = 0; o < sums.size(); ++o)
+        for (int k = 0; k < taps.count[o]; ++k) sums[o] += taps.weights[o * size_t(taps.stride) + size_t(k)];
+    const voimg::RowTapsView view{taps.weights.data(), taps.stride, taps.first.data(),
+                                  taps.count.data(),   sums.data(), outWidth};
+    std::vector<uint8_t> bytes(size_t(inWidth) * 4 * rows);
+    std::mt19937 random(3);
+    for (uint8_t& v : bytes) v = uint8_t(random());
+    std::vector<float> linear(size_t(inWidth) * 4), out(size_t(outWidth) * 4 * rows);
+    std::vector<float*> pointers;
+    for (int r = 0; r < rows; ++r) pointers.push_back(out.data() + size_t(r) * size_t(outWidth) * 4);
+    const bool block = state.range(0) != 0;
+    if (block && !voimg::opaqueRowsFilterIsFast()) return state.SkipWithError("this processor has no block kernel");
+    for (auto _ : state) {
+        if (block) {
+            voimg::filterOpaqueRows(bytes.data(), size_t(inWidth) * 4, rows, view, pointers.data());
+        } else {
+            for (int r = 0; r < rows; ++r) {
+                voimg::toLinear(bytes.data() + size_t(r) * size_t(inWidth) * 4, 0, inWidth, voimg::RowLayout{},
+                                linear.data());
+                voimg::filterRow(view.weights, view.stride, view.first, view.count, linear.data(), pointers[size_t(r)],
+                                 outWidth);
+            }
+        }
+        benchmark::DoNotOptimize(out.data());
+    }
+    setRate(state, double(inWidth) * rows);
+}
+BENCHMARK(OpaqueRowsFilter)->Arg(0)->Arg(1)->ArgName("block")->Unit(benchmark::kMicrosecond);
 
 // PNG unfiltering of one 5120-pixel RGBA row with each filter, scalar reference and SIMD build.
 void PngUnfilter(benchmark::State& state) {

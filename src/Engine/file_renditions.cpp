@@ -11,6 +11,7 @@
 #include "codec/row_reader.h"
 #include "core_separation_p.h"
 #include "linear_rows_p.h"
+#include "opaque_rows_filter_p.h"
 #include "rendition_slices_p.h"
 #include "row_pipeline_p.h"
 #include "stream_resizer_p.h"
@@ -20,6 +21,7 @@ namespace {
 
 constexpr int kBlockRows = 16;
 constexpr int kBlocks = 6;  // blocks in flight between the reading thread and the workers
+static_assert(kBlockRows <= kOpaqueBlockRows);
 
 // A rendition's bitmap with its size and format; its pixels come with fillBlank.
 Bitmap shapeOf(const FileRendition& r) {
@@ -187,11 +189,14 @@ int workerCount(const std::vector<FileRendition>& renditions) {
 // or, for a single resizer that boxes columns, box averages taken straight from the decoded bytes. The
 // reading thread prepares blocks ahead (see RowPipeline) only for a worker that feeds a single resizer
 // that filters separately: converted and filtered horizontally, which is most of the work. (Where the
-// resizer boxes, converting is cheap, and the buffers would be as wide as the decoded rows.)
+// resizer boxes, converting is cheap, and the buffers would be as wide as the decoded rows.) Opaque 8-bit
+// rows are then converted and filtered a block at a time, and the worker writes its blocks straight into
+// its resizer's ring.
 struct RowConversion {
     RowLayout layout;
     StreamResizer* boxing = nullptr;
     StreamResizer* filtering = nullptr;
+    bool opaqueBlocks = false;
     int64_t width = 0;
     int64_t begin = 0, end = 0;    // source columns
     size_t floatsPerRow = 0;       // of a converted row
@@ -206,6 +211,8 @@ struct RowConversion {
         begin = worker.sourceBegin, end = worker.sourceEnd;
         floatsPerRow = size_t(boxing ? boxing->boxedWidth() : width) * 4;
         aheadFloatsPerRow = filtering ? size_t(filtering->outWidth()) * 4 : 0;
+        opaqueBlocks = filtering && !layout.sixteenBit && !layout.alpha && opaqueRowsFilterIsFast();
+        if (opaqueBlocks) filtering->makeRoomForRowsAhead(kBlockRows);
     }
 
     void convert(const uint8_t* row, float* out) const {
@@ -217,6 +224,12 @@ struct RowConversion {
 
     // The reading thread's share, when `filtering`: `scratch` holds a converted row (floatsPerRow).
     void prepareAhead(const RowPipeline::Block& block, size_t stride, float* scratch, float* out) const {
+        if (opaqueBlocks) {
+            float* rows[kBlockRows];
+            for (int i = 0; i < block.rows; ++i) rows[i] = out + size_t(i) * aheadFloatsPerRow;
+            filtering->filterOpaqueSourceRows(block.pixels, stride, block.rows, rows);
+            return;
+        }
         for (int i = 0; i < block.rows; ++i) {
             convert(block.pixels + size_t(i) * stride, scratch);
             filtering->filterSourceRow(scratch, out + size_t(i) * aheadFloatsPerRow);
@@ -234,6 +247,14 @@ void feedWorker(Worker& worker, const RowConversion& conversion, RowPipeline& pi
         RowPipeline::Block* block = pipeline.waitFor(sequence, true);
         if (!block) return;
         const bool ahead = block->ahead == RowPipeline::Block::Ahead::Converted;
+        if (!ahead && conversion.opaqueBlocks) {
+            float* rows[kBlockRows];
+            for (int i = 0; i < block->rows; ++i) rows[i] = conversion.filtering->rowAhead(i);
+            conversion.filtering->filterOpaqueSourceRows(block->pixels, reader.stride(), block->rows, rows);
+            conversion.filtering->takeRowsAhead(block->rows);
+            pipeline.release(block);
+            continue;
+        }
         for (int i = 0; i < block->rows; ++i) {
             if (ahead) {
                 conversion.filtering->pushFilteredRow(block->converted + size_t(i) * conversion.aheadFloatsPerRow);

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "opaque_rows_filter_p.h"
 #include "stream_resizer_kernels_p.h"
 
 namespace voimg {
@@ -42,6 +43,10 @@ StreamResizer::StreamResizer(const ResizeAxis& x, const ResizeAxis& y, Emit emit
     boxedHeight_ = (y.srcCount + boxY_ - 1) / boxY_;
     xTaps_ = tapsOnBoxedGrid(x, boxX_, boxedWidth_);
     xTaps_.padToMultipleOf(4, 0, boxedWidth_);  // the SIMD filters take four taps at a time
+    xWeightSums_.assign(size_t(x.outCount), 0.0f);
+    for (int64_t o = 0; o < x.outCount; ++o)
+        for (int k = 0; k < xTaps_.count[size_t(o)]; ++k)
+            xWeightSums_[size_t(o)] += xTaps_.weights[size_t(o) * size_t(xTaps_.stride) + size_t(k)];
     yTaps_ = tapsOnBoxedGrid(y, boxY_, boxedHeight_);
     outWidth_ = x.outCount;
     if (xTaps_.hi > xTaps_.lo) {
@@ -101,6 +106,31 @@ void StreamResizer::pushFilteredRow(const float* filtered) {
     std::copy_n(filtered, size_t(outWidth_) * 4, &ring_[size_t(rowsArrived_ % ringRows_) * size_t(outWidth_) * 4]);
     ++rowsArrived_;
     emitReadyRows();
+}
+
+void StreamResizer::filterOpaqueSourceRows(const uint8_t* rgba, size_t stride, int rows, float* const* out) const {
+    const RowTapsView taps{xTaps_.weights.data(), xTaps_.stride,       xTaps_.first.data(),
+                           xTaps_.count.data(),   xWeightSums_.data(), outWidth_};
+    filterOpaqueRows(rgba, stride, rows, taps, out);
+}
+
+void StreamResizer::makeRoomForRowsAhead(int rows) {
+    if (rows <= rowsAhead_ || rowsArrived_ > 0) return;
+    // Row r + i (r the rows arrived) overwrites row r + i - ringRows_, which no output row needs any more
+    // when the ring has room for `rows` beyond what the vertical filter needs.
+    ringRows_ += rows - rowsAhead_;
+    rowsAhead_ = rows;
+    ring_.assign(size_t(ringRows_) * size_t(outWidth_) * 4, 0.0f);
+}
+
+float* StreamResizer::rowAhead(int i) { return &ring_[size_t((rowsArrived_ + i) % ringRows_) * size_t(outWidth_) * 4]; }
+
+void StreamResizer::takeRowsAhead(int rows) {
+    for (int i = 0; i < rows; ++i) {
+        ++sourceRows_;
+        ++rowsArrived_;
+        emitReadyRows();
+    }
 }
 
 void StreamResizer::takeBoxedRow(const float* row) {

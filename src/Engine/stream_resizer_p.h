@@ -8,6 +8,7 @@
 // row has arrived. Memory: a few source rows plus `taps` output-width rows, whatever the picture's height.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -54,6 +55,15 @@ public:
     [[nodiscard]] int64_t outWidth() const { return outWidth_; }
     void filterSourceRow(const float* rgba, float* out) const { filterHorizontally(rgba, out); }
     void pushFilteredRow(const float* filtered);
+    // The same for up to kOpaqueBlockRows opaque 8-bit RGBA rows at once (opaque_rows_filter_p.h), which is
+    // far cheaper than converting and filtering them one by one.
+    void filterOpaqueSourceRows(const uint8_t* rgba, size_t stride, int rows, float* const* out) const;
+    // Filtered rows can also be written straight into the ring, `rows` at a time at most, once room is
+    // made for them (before the first row): rowAhead(i) is where the i-th next row goes, and
+    // takeRowsAhead(n) takes the next n of them in as pushFilteredRow() would.
+    void makeRoomForRowsAhead(int rows);
+    [[nodiscard]] float* rowAhead(int i);
+    void takeRowsAhead(int rows);
 
     [[nodiscard]] int boxX() const { return boxX_; }
     [[nodiscard]] int boxY() const { return boxY_; }
@@ -72,6 +82,7 @@ private:
     int boxX_ = 1, boxY_ = 1;
     int64_t boxedWidth_ = 0, boxedHeight_ = 0;
     AxisTaps xTaps_, yTaps_;
+    std::vector<float> xWeightSums_;  // per output column, the sum of its weights
     int64_t outWidth_ = 0;
     int64_t boxedBegin_ = 0, boxedEnd_ = 0, sourceBegin_ = 0, sourceEnd_ = 0;
 
@@ -81,6 +92,7 @@ private:
 
     std::vector<float> ring_;  // filtered rows, ringRows_ of them, indexed by boxed row modulo ringRows_
     int64_t ringRows_ = 0;
+    int rowsAhead_ = 0;        // of those, room for rows written ahead
     int64_t rowsArrived_ = 0;  // boxed rows filtered so far
     int64_t nextOut_ = 0;
     int64_t sourceRows_ = 0;

@@ -7,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "Engine/opaque_rows_filter_p.h"
 #include "Engine/resample_taps_p.h"
 #include "Engine/srgb.h"
 #include "Engine/stream_resizer_kernels_p.h"
@@ -199,6 +200,50 @@ TEST(StreamResizer, RowsFilteredApartAreTakenInAsIfPushedWhole) {
     // A shrink that boxes first keeps state between rows: it cannot filter apart.
     const ResizeAxis far{10, 0, 30, 300};
     EXPECT_FALSE(StreamResizer(far, far, [](int64_t, const float*) {}).filtersSeparately());
+}
+
+// Blocks of opaque bytes filtered straight into the ring, in blocks of every size up to the most it takes
+// and across the ring's end many times over, give what converting and pushing each row gives.
+TEST(StreamResizer, OpaqueBlocksWrittenIntoTheRingGiveWhatWholeRowsGive) {
+    Source source = texturedSource(301, 173);
+    for (size_t i = 3; i < source.rgba.size(); i += 4) source.rgba[i] = uint8_t(i);  // alpha is not read
+    const double scale = 0.31;
+    const int64_t outW = 93, outH = 53;
+    const ResizeAxis x{1 / scale, 0, outW, source.width};
+    const ResizeAxis y{1 / scale, double(source.height) - double(outH) / scale, outH, source.height};
+    std::vector<float> whole(size_t(outW * outH) * 4, -1.0f), blocks(whole.size(), -2.0f);
+    std::vector<int64_t> emittedAfter;
+    int64_t taken = 0;
+    StreamResizer a(x, y, [&](int64_t row, const float* rgba) {
+        std::copy_n(rgba, size_t(outW) * 4, &whole[size_t(row * outW) * 4]);
+    });
+    StreamResizer b(x, y, [&](int64_t row, const float* rgba) {
+        std::copy_n(rgba, size_t(outW) * 4, &blocks[size_t(row * outW) * 4]);
+        emittedAfter.push_back(taken);
+    });
+    b.makeRoomForRowsAhead(kOpaqueBlockRows);
+    const float* table = srgbToLinear8Table();
+    std::vector<float> row(size_t(source.width) * 4);
+    for (int j = 0; j < source.height; ++j) {
+        for (int i = 0; i < source.width * 4; ++i)
+            row[size_t(i)] = i % 4 == 3 ? 1.0f : table[source.rgba[size_t(j) * source.width * 4 + size_t(i)]];
+        a.pushRow(row.data());
+    }
+    const size_t stride = size_t(source.width) * 4;
+    for (int j = 0, size = 1; j < source.height; j += size, size = size % kOpaqueBlockRows + 1) {
+        const int rows = std::min(size, source.height - j);
+        float* out[kOpaqueBlockRows];
+        for (int i = 0; i < rows; ++i) out[i] = b.rowAhead(i);
+        b.filterOpaqueSourceRows(&source.rgba[size_t(j) * stride], stride, rows, out);
+        taken += rows;
+        b.takeRowsAhead(rows);
+    }
+    a.finish();
+    b.finish();
+    for (size_t i = 0; i < whole.size(); ++i) ASSERT_NEAR(blocks[i], whole[i], 2e-6f) << "value " << i;
+    // Rows still come out as soon as their sources are in: the first long before the picture's end.
+    ASSERT_EQ(emittedAfter.size(), size_t(outH));
+    EXPECT_LT(emittedAfter.front(), 30);
 }
 
 TEST(AxisTaps, PaddingToFourTapsKeepsTheFilterAndStaysInside) {
