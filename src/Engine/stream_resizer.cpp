@@ -64,7 +64,6 @@ StreamResizer::StreamResizer(const ResizeAxis& x, const ResizeAxis& y, Emit emit
         newest = std::max(newest, yTaps_.first[size_t(o)] + yTaps_.count[size_t(o)] - 1);
         ringRows_ = std::max(ringRows_, newest - yTaps_.first[size_t(o)] + 1);
     }
-    ring_.assign(size_t(ringRows_) * size_t(outWidth_) * 4, 0.0f);
     if (boxY_ > 1) boxAccumulator_.assign(size_t(boxedWidth_) * 4, 0.0f);
     if (boxX_ > 1) boxedRow_.resize(size_t(boxedWidth_) * 4);
     outRow_.resize(size_t(outWidth_) * 4);
@@ -103,7 +102,7 @@ void StreamResizer::pushBoxedRow(const float* boxed) {
 
 void StreamResizer::pushFilteredRow(const float* filtered) {
     ++sourceRows_;
-    std::copy_n(filtered, size_t(outWidth_) * 4, &ring_[size_t(rowsArrived_ % ringRows_) * size_t(outWidth_) * 4]);
+    std::copy_n(filtered, size_t(outWidth_) * 4, ringRow(rowsArrived_));
     ++rowsArrived_;
     emitReadyRows();
 }
@@ -120,10 +119,17 @@ void StreamResizer::makeRoomForRowsAhead(int rows) {
     // when the ring has room for `rows` beyond what the vertical filter needs.
     ringRows_ += rows - rowsAhead_;
     rowsAhead_ = rows;
-    ring_.assign(size_t(ringRows_) * size_t(outWidth_) * 4, 0.0f);
+    ring_ = {};
 }
 
-float* StreamResizer::rowAhead(int i) { return &ring_[size_t((rowsArrived_ + i) % ringRows_) * size_t(outWidth_) * 4]; }
+float* StreamResizer::rowAhead(int i) { return ringRow(rowsArrived_ + i); }
+
+// The ring is made when the first row arrives, on the thread that brings it, rather than when the resizer
+// is set up, which is often while the first rows already wait for it.
+float* StreamResizer::ringRow(int64_t row) {
+    if (ring_.empty()) ring_.resize(size_t(ringRows_) * size_t(outWidth_) * 4);
+    return ring_.data() + size_t(row % ringRows_) * size_t(outWidth_) * 4;
+}
 
 void StreamResizer::takeRowsAhead(int rows) {
     for (int i = 0; i < rows; ++i) {
@@ -134,7 +140,7 @@ void StreamResizer::takeRowsAhead(int rows) {
 }
 
 void StreamResizer::takeBoxedRow(const float* row) {
-    float* slot = &ring_[size_t(rowsArrived_ % ringRows_) * size_t(outWidth_) * 4];
+    float* slot = ringRow(rowsArrived_);
     filterHorizontally(row, slot);
     ++rowsArrived_;
     emitReadyRows();
@@ -160,7 +166,7 @@ void StreamResizer::emitRow(int64_t o) {
         rowPointers_.resize(size_t(count));
         for (int k = 0; k < count; ++k) {
             const int64_t source = yTaps_.first[size_t(o)] + k;
-            rowPointers_[size_t(k)] = &ring_[size_t(source % ringRows_) * size_t(outWidth_) * 4];
+            rowPointers_[size_t(k)] = ringRow(source);
         }
         sumRows(rowPointers_.data(), &yTaps_.weights[size_t(o) * size_t(yTaps_.stride)], count, outRow_.data(),
                 outWidth_ * 4);

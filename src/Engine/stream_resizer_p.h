@@ -74,6 +74,7 @@ public:
 private:
     void takeBoxedRow(const float* row);
     void filterHorizontally(const float* boxed, float* out) const;
+    float* ringRow(int64_t row);
     void emitReadyRows();
     void emitRow(int64_t o);
 
