@@ -8,15 +8,6 @@
 #include "Engine/srgb.h"
 #include "Engine/srgb_byte_planes_p.h"
 
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#if defined(__GNUC__) && !defined(__clang__)
-// GCC's AVX-512 intrinsics start from deliberately undefined registers, which it then warns about.
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-#include <immintrin.h>
-#define VO_HAS_VBMI_BUILD 1
-#endif
-
 namespace voimg {
 
 #ifdef VO_HAS_VBMI_BUILD
@@ -56,7 +47,6 @@ void scalarColourPixels(const uint8_t* rgba, int64_t pixels, bool alpha, float* 
 }
 
 #ifdef VO_HAS_VBMI_BUILD
-#define VO_VBMI_TARGET __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi")))
 
 VO_VBMI_TARGET void vbmiColourPixels(const uint8_t* rgba, int64_t pixels, bool alpha, float* out) {
     const SrgbBytePlanes& planes = srgbBytePlanes();

@@ -11,15 +11,6 @@
 #include "Engine/srgb_byte_planes_p.h"
 #include "Engine/stream_resizer_kernels_p.h"
 
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#if defined(__GNUC__) && !defined(__clang__)
-// GCC's AVX-512 intrinsics start from deliberately undefined registers, which it then warns about.
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-#include <immintrin.h>
-#define VO_HAS_VBMI_BUILD 1
-#endif
-
 namespace voimg {
 namespace {
 
@@ -46,7 +37,6 @@ void scalarFilterOpaqueRows(const uint8_t* rgba, size_t stride, int rows, const 
 }
 
 #ifdef VO_HAS_VBMI_BUILD
-#define VO_VBMI_TARGET __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi")))
 
 // Sixteen rows of sixteen 32-bit elements to sixteen columns, in place.
 VO_VBMI_TARGET inline void transpose16(__m512i v[16]) {

@@ -7,6 +7,19 @@
 
 #include <cstdint>
 
+// The kernels are built where the compiler can target AVX-512 with VBMI (x86-64 with GCC or Clang), in
+// functions marked VO_VBMI_TARGET, and run only where cpuRunsVbmi(). Meant for the kernels' own files:
+// GCC's AVX-512 intrinsics start from deliberately undefined registers, which it then warns about, so
+// that warning is off in the files that include this.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+#include <immintrin.h>
+#define VO_HAS_VBMI_BUILD 1
+#define VO_VBMI_TARGET __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi")))
+#endif
+
 namespace voimg {
 
 struct SrgbBytePlanes {
