@@ -124,8 +124,8 @@ void StreamResizer::makeRoomForRowsAhead(int rows) {
 
 float* StreamResizer::rowAhead(int i) { return ringRow(rowsArrived_ + i); }
 
-// The ring is made when the first row arrives, on the thread that brings it, rather than when the resizer
-// is set up, which is often while the first rows already wait for it.
+// The ring is made when the first row arrives: a worker that writes whole blocks into it asks for a deeper
+// one once the resizer is set up, and making it with the resizer would make it twice.
 float* StreamResizer::ringRow(int64_t row) {
     if (ring_.empty()) ring_.resize(size_t(ringRows_) * size_t(outWidth_) * 4);
     return ring_.data() + size_t(row % ringRows_) * size_t(outWidth_) * 4;

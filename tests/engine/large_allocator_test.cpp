@@ -96,8 +96,11 @@ TEST(LargeAllocator, SmallBuffersComeFromTheHeap) {
     LargeAllocator<float> allocator;
     const size_t count = kLargeBufferBytes / sizeof(float) - 1;
     float* small = allocator.allocate(count);
-    // The heap's allocations start past a header of its own, inside their page; a mapping of ours would not.
-    EXPECT_NE(reinterpret_cast<uintptr_t>(small) % 4096, 0u);
+    // Heap memory lies in the heap's own mappings, never in one of exactly its length starting there, as a
+    // mapping of ours would.
+    const Mapping mapping = mappingOf(small);
+    const size_t length = (count * sizeof(float) + 4095) / 4096 * 4096;
+    EXPECT_FALSE(mapping.begin == reinterpret_cast<uintptr_t>(small) && mapping.end - mapping.begin == length);
     small[0] = 1.0f, small[count - 1] = 2.0f;
     allocator.deallocate(small, count);
 }
