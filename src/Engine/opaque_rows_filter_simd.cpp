@@ -14,25 +14,32 @@
 namespace voimg {
 namespace {
 
-// The columns the taps read: [lo, hi), empty when no output pixel has taps.
-void tapRange(const RowTapsView& taps, int64_t& lo, int64_t& hi) {
-    lo = INT64_MAX, hi = INT64_MIN;
+// Each row converted to linear light and filtered on its own: with the scalar kernels, the reference, or
+// with the fastest row kernels there are, where the block kernel does not run. Only the columns the taps
+// read are converted.
+void filterRowByRow(bool scalar, const uint8_t* rgba, size_t stride, int rows, const RowTapsView& taps,
+                    float* const* out) {
+    int64_t lo = INT64_MAX, hi = INT64_MIN;
     for (int64_t o = 0; o < taps.outWidth; ++o) {
         if (taps.count[o] <= 0) continue;
         lo = std::min(lo, taps.first[o]);
         hi = std::max(hi, taps.first[o] + taps.count[o]);
     }
-}
-
-void scalarFilterOpaqueRows(const uint8_t* rgba, size_t stride, int rows, const RowTapsView& taps, float* const* out) {
-    int64_t lo = 0, hi = 0;
-    tapRange(taps, lo, hi);
-    std::vector<float> linear(size_t(std::max<int64_t>(hi, 0)) * 4);
+    thread_local std::vector<float> linear;
+    linear.resize(size_t(std::max<int64_t>(hi, 0)) * 4);
     for (int i = 0; i < rows; ++i) {
-        if (hi > lo)
-            linearColourPixelsWith(SimdBuild::Scalar, rgba + size_t(i) * stride + lo * 4, hi - lo, false,
-                                   linear.data() + lo * 4);
-        filterRowScalar(taps.weights, taps.stride, taps.first, taps.count, linear.data(), out[i], taps.outWidth);
+        if (hi > lo) {
+            const uint8_t* row = rgba + size_t(i) * stride + lo * 4;
+            float* converted = linear.data() + lo * 4;
+            if (scalar)
+                linearColourPixelsWith(SimdBuild::Scalar, row, hi - lo, false, converted);
+            else
+                linearColourPixels(row, hi - lo, false, converted);
+        }
+        if (scalar)
+            filterRowScalar(taps.weights, taps.stride, taps.first, taps.count, linear.data(), out[i], taps.outWidth);
+        else
+            filterRow(taps.weights, taps.stride, taps.first, taps.count, linear.data(), out[i], taps.outWidth);
     }
 }
 
@@ -267,7 +274,7 @@ bool filterOpaqueRowsWith(SimdBuild build, const uint8_t* rgba, size_t stride, i
     if (rows <= 0) return true;
     switch (build) {
         case SimdBuild::Scalar:
-            scalarFilterOpaqueRows(rgba, stride, rows, taps, out);
+            filterRowByRow(true, rgba, stride, rows, taps, out);
             return true;
         case SimdBuild::Avx2:
             return false;
@@ -288,16 +295,7 @@ void filterOpaqueRows(const uint8_t* rgba, size_t stride, int rows, const RowTap
     if (rows > 0 && opaqueRowsFilterIsFast())
         return vbmiFilterOpaqueRows(rgba, stride, std::min(rows, kOpaqueBlockRows), taps, out);
 #endif
-    if (rows <= 0) return;
-    // Without the block kernel: each row converted and filtered with the fastest row kernels there are.
-    int64_t lo = 0, hi = 0;
-    tapRange(taps, lo, hi);
-    thread_local std::vector<float> linear;
-    linear.resize(size_t(std::max<int64_t>(hi, 0)) * 4);
-    for (int i = 0; i < rows; ++i) {
-        if (hi > lo) linearColourPixels(rgba + size_t(i) * stride + lo * 4, hi - lo, false, linear.data() + lo * 4);
-        filterRow(taps.weights, taps.stride, taps.first, taps.count, linear.data(), out[i], taps.outWidth);
-    }
+    if (rows > 0) filterRowByRow(false, rgba, stride, rows, taps, out);
 }
 
 }  // namespace voimg
