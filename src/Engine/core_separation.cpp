@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core_separation_p.h"
 
+#include <utility>
+
 namespace voimg {
 
 CoreSeparation::CoreSeparation(bool wanted) {
@@ -18,16 +20,18 @@ CoreSeparation::CoreSeparation(bool wanted) {
     CPU_CLR(core, &others_);
     core_ = core;
     active_ = true;
+    PromptThread::setCoresForNewThreads(&allowed_);
 }
 
 void CoreSeparation::release() {
     if (!active_) return;
     active_ = false;
+    PromptThread::setCoresForNewThreads(nullptr);
     ::sched_setaffinity(0, sizeof allowed_, &allowed_);
 }
 
-void CoreSeparation::keepOffCallersCore() const {
-    if (core_ >= 0) ::sched_setaffinity(0, sizeof others_, &others_);
+PromptThread CoreSeparation::startThread(std::function<void()> body) const {
+    return core_ >= 0 ? PromptThread(std::move(body), others_) : PromptThread(std::move(body));
 }
 
 }  // namespace voimg

@@ -3,15 +3,13 @@
 
 #include <algorithm>
 #include <climits>
-#include <exception>
-#include <system_error>
 #include <thread>
-#include <utility>
 
 #include "codec/row_reader.h"
 #include "core_separation_p.h"
 #include "linear_rows_p.h"
 #include "opaque_rows_filter_p.h"
+#include "prompt_thread.h"
 #include "rendition_slices_p.h"
 #include "row_pipeline_p.h"
 #include "stream_resizer_p.h"
@@ -34,62 +32,21 @@ Bitmap shapeOf(const FileRendition& r) {
 
 size_t valuesOf(const Bitmap& b) { return size_t(b.width) * size_t(b.height) * size_t(b.channels()); }
 
-void fillBlank(Bitmap& b) {
-    if (b.format == BitmapFormat::RgbaFloatLinear)
-        b.floats.assign(valuesOf(b), 0.0f);
-    else
-        b.bytes.assign(valuesOf(b), 0);
+// Blank pixel storage for a bitmap whose size and format are set. Storage that is mapped reads as zeros
+// already: its pages are faulted in by the workers as they write its rows, over the whole pass, rather than
+// all at once before they can start (most of a millisecond for a 600-pixel rendition on a virtual machine).
+template <class Values>
+void makeBlank(Values& values, size_t count) {
+    values.resize(count);
+    if (!Values::allocator_type::mapped(count)) std::fill(values.begin(), values.end(), typename Values::value_type(0));
 }
 
-// Zeroing fresh memory faults in each of its pages, most of a millisecond for a 600-pixel rendition on a
-// virtual machine. Where a core is left beside the reading thread and the caller, large bitmaps are
-// cleared on a thread of their own while the file is opened and the workers are set up; otherwise the
-// caller clears them in finish(), after starting the reading thread, whose decoding then overlaps it.
-// Only the pixel storage is written; sizes and formats are set beforehand.
-class BlankFiller {
-public:
-    BlankFiller(std::vector<Bitmap>& bitmaps, bool spareCore) : bitmaps_(bitmaps) {
-        size_t bytes = 0;
-        for (const Bitmap& b : bitmaps) bytes += valuesOf(b) * (b.format == BitmapFormat::RgbaFloatLinear ? 4 : 1);
-        if (spareCore && bytes >= (size_t(1) << 20)) {
-            try {
-                thread_ = std::thread([this] { fill(); });
-                started_ = true;
-            } catch (const std::system_error&) {  // no thread to be had: finish() fills them
-            }
-        }
-    }
-    ~BlankFiller() {
-        if (thread_.joinable()) thread_.join();
-    }
-    BlankFiller(const BlankFiller&) = delete;
-    BlankFiller& operator=(const BlankFiller&) = delete;
-
-    // After this the bitmaps are complete; a failure to allocate them is thrown here, as it would have been
-    // without the thread.
-    void finish() {
-        if (!started_) {
-            started_ = true;
-            fill();
-        }
-        if (thread_.joinable()) thread_.join();
-        if (error_) std::rethrow_exception(std::exchange(error_, nullptr));
-    }
-
-private:
-    void fill() {
-        try {
-            for (Bitmap& b : bitmaps_) fillBlank(b);
-        } catch (...) {
-            error_ = std::current_exception();
-        }
-    }
-
-    std::vector<Bitmap>& bitmaps_;
-    std::thread thread_;
-    bool started_ = false;  // filling, or filled
-    std::exception_ptr error_;
-};
+void fillBlank(Bitmap& b) {
+    if (b.format == BitmapFormat::RgbaFloatLinear)
+        makeBlank(b.floats, valuesOf(b));
+    else
+        makeBlank(b.bytes, valuesOf(b));
+}
 
 // A share of the columns of every rendition, computed by one thread.
 struct Worker {
@@ -304,7 +261,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     auto tellAll = [&] {
         for (size_t i = 0; i < bitmaps.size(); ++i) tell(i, bitmaps[i].height);
     };
-    BlankFiller blanks(bitmaps, std::thread::hardware_concurrency() > 2);
+    for (Bitmap& b : bitmaps) fillBlank(b);
 
     int reduction = 8;
     double largestScale = 0;
@@ -317,7 +274,6 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     options.finalReduction = largestScale > 0 ? 1.0 / largestScale : 1.0;
     std::unique_ptr<RowReader> reader = openRowReader(file.path(), options);
     if (!reader) {
-        blanks.finish();
         tellAll();
         return bitmaps;
     }
@@ -326,7 +282,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     // Each worker takes an equal share of the columns of every rendition.
     const int workerTotal = workerCount(renditions);
     // The reader runs on a thread of its own a few blocks ahead, from now on: setting up the workers (their
-    // filter taps) and clearing the bitmaps overlap the first rows' decoding. A reader that leaves work for
+    // filter taps) overlaps the first rows' decoding. A reader that leaves work for
     // later has it done on another thread, in order; the workers resize, the last of them on this thread.
     RowReader& rows = *reader;
     const bool finishing = rows.finishesRows();
@@ -340,17 +296,16 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     std::vector<float> readerScratch;        // when the reading thread first reads them
     RowPipeline pipeline(kBlocks, size_t(kBlockRows) * rows.rawStride(),
                          finishing ? size_t(kBlockRows) * rows.stride() : 0, workerTotal);
-    std::vector<std::thread> threads;
+    std::vector<PromptThread> threads;
     struct Joiner {
         RowPipeline& pipeline;
-        std::vector<std::thread>& threads;
+        std::vector<PromptThread>& threads;
         ~Joiner() {
             pipeline.cancel();
-            for (std::thread& t : threads) t.join();
+            for (PromptThread& t : threads) t.join();
         }
     } joiner{pipeline, threads};
-    threads.emplace_back([&] {
-        separation.keepOffCallersCore();
+    threads.push_back(separation.startThread([&] {
         for (;;) {
             RowPipeline::Block* convert = nullptr;
             RowPipeline::Block* block = pipeline.takeEmptyOrConvert(convert);
@@ -373,17 +328,16 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
             conversions[0].prepareAhead(*convert, rows.stride(), readerScratch.data(), convert->converted);
             pipeline.markConverted(convert);
         }
-    });
+    }));
     if (finishing) {
-        threads.emplace_back([&] {
-            separation.keepOffCallersCore();
+        threads.push_back(separation.startThread([&] {
             for (int64_t sequence = 0;; ++sequence) {
                 RowPipeline::Block* block = pipeline.waitFor(sequence, false);
                 if (!block) return;
                 block->pixels = rows.finishRows(block->raw, block->rows, block->scratch);
                 pipeline.markFinished(block);
             }
-        });
+        }));
     }
 
     const std::vector<int> sources = cascadeSources(renditions);
@@ -397,19 +351,14 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
         readerScratch.resize(conversions[0].floatsPerRow);
         pipeline.allowConversions(size_t(kBlockRows) * conversions[0].aheadFloatsPerRow);
     }
-    // The workers write the bitmaps: they start once those are clear.
-    blanks.finish();
     for (size_t w = 1; w < workers.size(); ++w)
-        threads.emplace_back([&, w] {
-            separation.keepOffCallersCore();
-            feedWorker(workers[w], conversions[w], pipeline, rows);
-        });
+        threads.push_back(separation.startThread([&, w] { feedWorker(workers[w], conversions[w], pipeline, rows); }));
     feedWorker(workers[0], conversions[0], pipeline, rows);
     // What the rows' end leaves is this thread's alone, and the threads it may start (to finish files) should
     // not be confined to its core.
     separation.release();
     // Every thread runs out of rows on its own; then the resizers flush what the picture's end left.
-    for (std::thread& t : threads) t.join();
+    for (PromptThread& t : threads) t.join();
     threads.clear();
     for (Worker& worker : workers)
         for (RenditionSlice* slice : worker.direct) finishRenditionSlice(*slice);

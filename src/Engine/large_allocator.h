@@ -17,6 +17,7 @@
 #include <memory>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 namespace voimg {
 
@@ -67,6 +68,27 @@ struct LargeAllocator {
     template <class U>
     bool operator==(const LargeAllocator<U>&) const noexcept {
         return true;
+    }
+};
+
+// The same, leaving the new elements of a resized vector uninitialised (default-initialised): for buffers
+// written in full before they are read. A mapped buffer still reads as zeros until written.
+template <class T>
+struct UninitialisedAllocator : LargeAllocator<T> {
+    template <class U>
+    struct rebind {
+        using other = UninitialisedAllocator<U>;
+    };
+    UninitialisedAllocator() = default;
+    template <class U>
+    UninitialisedAllocator(const UninitialisedAllocator<U>&) noexcept {}
+    template <class U>
+    void construct(U* p) noexcept {
+        ::new (static_cast<void*>(p)) U;
+    }
+    template <class U, class... Args>
+    void construct(U* p, Args&&... args) {
+        ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
     }
 };
 

@@ -27,9 +27,10 @@ enum class BitmapFormat {
     RgbaFloatLinear,     // the working values themselves: premultiplied linear floats
 };
 
-// Pixel storage: a bitmap is large and written once, so it is mapped as a large buffer.
-using BitmapBytes = std::vector<uint8_t, LargeAllocator<uint8_t>>;
-using BitmapFloats = std::vector<float, LargeAllocator<float>>;
+// Pixel storage: a bitmap is large and written once, so it is mapped as a large buffer, and resizing leaves
+// its pixels to be written (assign sets them).
+using BitmapBytes = std::vector<uint8_t, UninitialisedAllocator<uint8_t>>;
+using BitmapFloats = std::vector<float, UninitialisedAllocator<float>>;
 
 struct Bitmap {
     int width = 0;

@@ -26,7 +26,7 @@ ThreadPool::~ThreadPool() {
         stopping_ = true;
     }
     wake_.notify_all();
-    for (std::thread& t : workers_) t.join();
+    for (PromptThread& t : workers_) t.join();
 }
 
 void ThreadPool::parallelFor(size_t count, const std::function<void(size_t)>& job) {

@@ -7,8 +7,9 @@
 #include <cstddef>
 #include <functional>
 #include <mutex>
-#include <thread>
 #include <vector>
+
+#include "prompt_thread.h"
 
 namespace voimg {
 
@@ -32,7 +33,7 @@ private:
 
     size_t threads_;
     bool started_ = false;  // guarded by callers_
-    std::vector<std::thread> workers_;
+    std::vector<PromptThread> workers_;
     std::mutex callers_;  // one parallelFor at a time
     std::mutex mutex_;
     std::condition_variable wake_, done_;

@@ -39,19 +39,22 @@ TEST(CoreSeparation, KeepsTheCallerOnItsCoreAndTheRendersThreadsOffIt) {
         EXPECT_TRUE(CPU_ISSET(core, &pinned));
         EXPECT_EQ(sched_getcpu(), core);
 
-        std::thread([&] {
-            separation.keepOffCallersCore();
+        PromptThread renders = separation.startThread([&] {
+            EXPECT_NE(sched_getcpu(), core);  // started off it, not moved at some later wake-up
             const cpu_set_t off = affinity();
             EXPECT_FALSE(CPU_ISSET(core, &off));
             EXPECT_EQ(CPU_COUNT(&off), CPU_COUNT(&before) - 1);
-            EXPECT_NE(sched_getcpu(), core);  // moved off at once, not at some later wake-up
-        }).join();
+        });
+        renders.join();
+        // Another thread the caller starts meanwhile (one finishing a file, say) may use every core.
+        PromptThread other([&] { EXPECT_TRUE(sameSet(affinity(), before)); });
+        other.join();
 
         separation.release();
         EXPECT_FALSE(separation.active());
         EXPECT_TRUE(sameSet(affinity(), before));
-        // A thread started afterwards (one finishing a file, say) may use every core again.
-        std::thread([&] { EXPECT_TRUE(sameSet(affinity(), before)); }).join();
+        PromptThread after([&] { EXPECT_TRUE(sameSet(affinity(), before)); });
+        after.join();
     });
 }
 
@@ -60,6 +63,8 @@ TEST(CoreSeparation, TheDestructorGivesTheCallerItsCoresBack) {
         const cpu_set_t before = affinity();
         { CoreSeparation separation(true); }
         EXPECT_TRUE(sameSet(affinity(), before));
+        PromptThread after([&] { EXPECT_TRUE(sameSet(affinity(), before)); });
+        after.join();
     });
 }
 
@@ -69,11 +74,8 @@ TEST(CoreSeparation, ChangesNothingWhenNotWanted) {
         CoreSeparation separation(false);
         EXPECT_FALSE(separation.active());
         EXPECT_TRUE(sameSet(affinity(), before));
-        std::thread([&] {
-            const cpu_set_t mine = affinity();
-            separation.keepOffCallersCore();
-            EXPECT_TRUE(sameSet(affinity(), mine));
-        }).join();
+        PromptThread renders = separation.startThread([&] { EXPECT_TRUE(sameSet(affinity(), before)); });
+        renders.join();
     });
 }
 
@@ -86,10 +88,8 @@ TEST(CoreSeparation, ChangesNothingForAThreadAllowedASingleCore) {
         CoreSeparation separation(true);
         EXPECT_FALSE(separation.active());
         EXPECT_TRUE(sameSet(affinity(), one));
-        std::thread([&] {
-            separation.keepOffCallersCore();
-            EXPECT_TRUE(sameSet(affinity(), one));  // inherited, and left as it was
-        }).join();
+        PromptThread renders = separation.startThread([&] { EXPECT_TRUE(sameSet(affinity(), one)); });
+        renders.join();
     });
 }
 

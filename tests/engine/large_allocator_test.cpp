@@ -120,6 +120,25 @@ TEST(LargeAllocator, AVectorKeepsItsValuesAsItGrowsPastTheThreshold) {
     EXPECT_EQ(values.capacity(), 0u);
 }
 
+TEST(LargeAllocator, ResizingALargeUninitialisedVectorWritesNothing) {
+    if (!kMapsLargeBuffers) GTEST_SKIP() << "large buffers stay on the heap under the address sanitizer";
+    std::vector<uint8_t, UninitialisedAllocator<uint8_t>> values;
+    const size_t count = 2 * kLargeBufferBytes;
+    values.resize(count);
+    ASSERT_EQ(values.size(), count);
+    // No page faulted in by resizing: they come in as the values are written, and read as zeros until then.
+    EXPECT_FALSE(resident(values.data() + 4096));
+    EXPECT_FALSE(resident(values.data() + count - 4096));
+    EXPECT_EQ(values[4096], 0);
+    values[count - 4096] = 7;
+    EXPECT_TRUE(resident(values.data() + count - 4096));
+    EXPECT_EQ(values[count - 4096], 7);
+    // Values given are set as with any allocator.
+    std::vector<uint8_t, UninitialisedAllocator<uint8_t>> filled(count, 9);
+    EXPECT_EQ(filled[0], 9);
+    EXPECT_EQ(filled[count - 1], 9);
+}
+
 TEST(LargeAllocator, AnArrayIsGivenBackWhenItGoes) {
     if (!kMapsLargeBuffers) GTEST_SKIP() << "large buffers stay on the heap under the address sanitizer";
     const void* address = nullptr;

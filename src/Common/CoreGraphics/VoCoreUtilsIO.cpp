@@ -7,13 +7,13 @@
 #include <cmath>
 #include <exception>
 #include <filesystem>
-#include <future>
 #include <optional>
 #include <system_error>
 #include <thread>
 
 #include "Common/Foundation/VoLog.h"
 #include "Engine/codec/codec.h"
+#include "Engine/prompt_thread.h"
 #include "VoCoreUtils.h"
 
 namespace vo {
@@ -86,7 +86,15 @@ bool encodePicture(const voimg::Bitmap& picture, const std::string& path, bool t
 class StreamedPictures {
 public:
     explicit StreamedPictures(const std::vector<std::string>& paths)
-        : paths_(paths), writers_(paths.size()), finishing_(paths.size()), tried_(paths.size(), false) {}
+        : paths_(paths),
+          writers_(paths.size()),
+          finishing_(paths.size()),
+          finished_(paths.size(), 0),
+          errors_(paths.size()),
+          tried_(paths.size(), false) {}
+    ~StreamedPictures() { waitForFinishing(); }
+    StreamedPictures(const StreamedPictures&) = delete;
+    StreamedPictures& operator=(const StreamedPictures&) = delete;
 
     void rowsFinal(size_t index, const voimg::Bitmap& picture, int64_t rows) {
         std::unique_ptr<voimg::JpegStreamWriter>& writer = writers_[index];
@@ -104,7 +112,13 @@ public:
         if (rows < picture.height) return;
         voimg::JpegStreamWriter* complete = writer.get();
         try {
-            finishing_[index] = std::async(std::launch::async, [complete] { return complete->finish(); });
+            finishing_[index] = voimg::PromptThread([this, complete, index] {
+                try {
+                    finished_[index] = complete->finish();
+                } catch (...) {
+                    errors_[index] = std::current_exception();
+                }
+            });
         } catch (const std::system_error&) {  // no thread to be had: finished with the others
         }
     }
@@ -113,10 +127,13 @@ public:
     std::vector<std::optional<bool>> finish() {
         std::vector<std::optional<bool>> written(writers_.size());
         for (size_t i = 0; i < writers_.size(); ++i) {
-            if (finishing_[i].valid())
-                written[i] = finishing_[i].get();
-            else if (writers_[i])
+            if (finishing_[i].joinable()) {
+                finishing_[i].join();
+                if (errors_[i]) std::rethrow_exception(errors_[i]);
+                written[i] = finished_[i] != 0;
+            } else if (writers_[i]) {
                 written[i] = writers_[i]->finish();
+            }
         }
         writers_.clear();
         return written;
@@ -125,8 +142,15 @@ public:
 private:
     const std::vector<std::string>& paths_;
     std::vector<std::unique_ptr<voimg::JpegStreamWriter>> writers_;
-    std::vector<std::future<bool>> finishing_;  // declared after the writers: waited for before they go
+    std::vector<voimg::PromptThread> finishing_;  // joined before the writers go
+    std::vector<char> finished_;                  // what each finishing thread's writer reported
+    std::vector<std::exception_ptr> errors_;      // or what it threw
     std::vector<bool> tried_;
+
+    void waitForFinishing() {
+        for (voimg::PromptThread& thread : finishing_)
+            if (thread.joinable()) thread.join();
+    }
 };
 
 void reportUnwritten(bool written) {
@@ -169,7 +193,7 @@ void writePictures(const std::vector<const voimg::Bitmap*>& pictures, const std:
         }
     };
     const size_t cores = std::max(1u, std::thread::hardware_concurrency());
-    std::vector<std::thread> encoders;
+    std::vector<voimg::PromptThread> encoders;
     for (size_t k = 1; k < std::min(largestFirst.size(), cores); ++k) {
         try {
             encoders.emplace_back(encodeTheRest);
@@ -178,7 +202,7 @@ void writePictures(const std::vector<const voimg::Bitmap*>& pictures, const std:
         }
     }
     encodeTheRest();
-    for (std::thread& encoder : encoders) encoder.join();
+    for (voimg::PromptThread& encoder : encoders) encoder.join();
     for (size_t i = 0; i < pictures.size(); ++i) {
         if (errors[i]) std::rethrow_exception(errors[i]);
         reportUnwritten(written[i] != 0);

@@ -21,27 +21,8 @@
 
 namespace voimg::detail {
 
-// Leaves new elements uninitialised: planes are written in full before they are read, and zeroing them
-// first would only fault their pages in on the allocating thread rather than on the ones that fill them.
-// Large planes are mapped as large buffers.
-template <class T>
-struct UninitialisedAllocator : LargeAllocator<T> {
-    template <class U>
-    struct rebind {
-        using other = UninitialisedAllocator<U>;
-    };
-    UninitialisedAllocator() = default;
-    template <class U>
-    UninitialisedAllocator(const UninitialisedAllocator<U>&) noexcept {}
-    template <class U>
-    void construct(U* p) noexcept {
-        ::new (static_cast<void*>(p)) U;
-    }
-    template <class U, class... Args>
-    void construct(U* p, Args&&... args) {
-        ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
-    }
-};
+// Planes are written in full before they are read, and zeroing them first would only fault their pages in
+// on the allocating thread rather than on the ones that fill them.
 using PlaneBytes = std::vector<uint8_t, UninitialisedAllocator<uint8_t>>;
 
 struct YccPlanes {

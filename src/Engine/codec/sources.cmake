@@ -61,6 +61,8 @@ set(VO_CODEC_BASE_SOURCES
   codec/icc_convert.cpp
   codec/strip_queue_p.h
   codec/strip_queue.cpp
+  prompt_thread.h
+  prompt_thread.cpp
 )
 
 # Decoders built as codec modules (codec_module_p.h), each loaded on first use of its format.

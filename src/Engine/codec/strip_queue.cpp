@@ -9,7 +9,7 @@ StripQueue::StripQueue(uint32_t pieces, size_t pieceBytes, int slots, bool helpe
     : pieces_(pieces), decode_(std::move(decode)), slots_(size_t(std::max(slots, 1))) {
     for (Slot& slot : slots_) slot.bytes.resize(pieceBytes);
     // With one slot the helper would only ever wait for the reading thread to move on.
-    if (helper && pieces > 1 && slots_.size() > 1) helper_ = std::thread([this] { help(); });
+    if (helper && pieces > 1 && slots_.size() > 1) helper_ = PromptThread([this] { help(); });
 }
 
 StripQueue::~StripQueue() {

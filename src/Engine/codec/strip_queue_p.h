@@ -13,8 +13,9 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
-#include <thread>
 #include <vector>
+
+#include "Engine/prompt_thread.h"
 
 namespace voimg::detail {
 
@@ -58,7 +59,7 @@ private:
     uint32_t nextClaim_ = 0;  // the lowest piece nobody has claimed
     uint32_t held_ = 0;       // the piece the reading thread holds (its slot is not to be reused)
     bool stopping_ = false;
-    std::thread helper_;
+    PromptThread helper_;
 };
 
 }  // namespace voimg::detail
