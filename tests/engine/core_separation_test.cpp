@@ -4,27 +4,13 @@
 
 #include <sched.h>
 
-#include <thread>
-
 #include "Engine/core_separation_p.h"
+#include "affinity_test_util.h"
 
 namespace voimg {
 namespace {
 
-cpu_set_t affinity() {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    EXPECT_EQ(sched_getaffinity(0, sizeof set, &set), 0);
-    return set;
-}
-
-bool sameSet(const cpu_set_t& a, const cpu_set_t& b) { return CPU_EQUAL(&a, &b); }
-
-// Each test runs in a thread of its own, so that the test process keeps its cores whatever happens.
-template <class Body>
-void inOwnThread(Body body) {
-    std::thread(body).join();
-}
+using namespace testing;  // the thread placement helpers
 
 TEST(CoreSeparation, KeepsTheCallerOnItsCoreAndTheRendersThreadsOffIt) {
     const cpu_set_t cores = affinity();
@@ -81,10 +67,8 @@ TEST(CoreSeparation, ChangesNothingWhenNotWanted) {
 
 TEST(CoreSeparation, ChangesNothingForAThreadAllowedASingleCore) {
     inOwnThread([] {
-        cpu_set_t one;
-        CPU_ZERO(&one);
-        CPU_SET(sched_getcpu(), &one);
-        ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+        pinToThisCore();
+        const cpu_set_t one = affinity();
         CoreSeparation separation(true);
         EXPECT_FALSE(separation.active());
         EXPECT_TRUE(sameSet(affinity(), one));
