@@ -261,7 +261,6 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     auto tellAll = [&] {
         for (size_t i = 0; i < bitmaps.size(); ++i) tell(i, bitmaps[i].height);
     };
-    for (Bitmap& b : bitmaps) fillBlank(b);
 
     int reduction = 8;
     double largestScale = 0;
@@ -274,6 +273,7 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
     options.finalReduction = largestScale > 0 ? 1.0 / largestScale : 1.0;
     std::unique_ptr<RowReader> reader = openRowReader(file.path(), options);
     if (!reader) {
+        for (Bitmap& b : bitmaps) fillBlank(b);
         tellAll();
         return bitmaps;
     }
@@ -340,6 +340,8 @@ std::vector<Bitmap> renderFileRenditions(const FileNode& file, const std::vector
         }));
     }
 
+    // The bitmaps are made while the first rows are read: nothing writes to them before the workers.
+    for (Bitmap& b : bitmaps) fillBlank(b);
     const std::vector<int> sources = cascadeSources(renditions);
     for (int w = 0; w < workerTotal; ++w)
         setUpWorker(workers[size_t(w)], w, workerTotal, renditions, sources, bitmaps, file.extent(), width, height);

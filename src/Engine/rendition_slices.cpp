@@ -32,9 +32,14 @@ void makeRenditionSlice(RenditionSlice& slice, const SliceTarget& target, int64_
     slice.resizer = std::make_unique<StreamResizer>(
         x, y, [&slice, &bitmap, grid, y0, y1, rowValues](int64_t row, const float* rgba) {
             if (!slice.cascades.empty()) {
-                if (slice.fullRow.empty()) slice.fullRow.resize(size_t(grid.width) * 4);
-                std::copy_n(rgba, size_t(slice.end - slice.begin) * 4, &slice.fullRow[size_t(slice.begin) * 4]);
-                for (RenditionSlice* cascade : slice.cascades) cascade->resizer->pushRow(slice.fullRow.data());
+                // Smaller renditions read whole rows; a slice of all the columns has one already.
+                const float* row = rgba;
+                if (slice.begin > 0 || slice.end < grid.width) {
+                    if (slice.fullRow.empty()) slice.fullRow.resize(size_t(grid.width) * 4);
+                    std::copy_n(rgba, size_t(slice.end - slice.begin) * 4, &slice.fullRow[size_t(slice.begin) * 4]);
+                    row = slice.fullRow.data();
+                }
+                for (RenditionSlice* cascade : slice.cascades) cascade->resizer->pushRow(row);
             }
             if (slice.writeEnd <= slice.writeBegin) return;
             const float cy = spanCoverage(grid.maxY() - 1 - row, y0, y1);

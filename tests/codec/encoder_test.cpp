@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // JPEG and PNG writers: stream structure, quantisation tables, round trips, atomic replacement.
 #include "Engine/codec/chroma_planes_p.h"
+#include "Engine/codec/jpeg_encoder_p.h"
+#include "Engine/codec/luma_fit_p.h"
 #include "test_support.h"
 
 #include <gtest/gtest.h>
@@ -279,6 +281,41 @@ TEST(JpegStreamWriter, RowsToldInStepsGiveTheFileWrittenWhole) {
         ASSERT_TRUE(writer->finish(&error)) << error;
         EXPECT_EQ(readFile(steps), readFile(whole)) << w << "x" << h;
     }
+}
+
+TEST(JpegStreamWriter, PlanesKeptBandByBandGiveTheFileOfWholePlanes) {
+    TempDir dir;
+    // Heights of whole bands and of partly padded ones, one band and many; widths odd and even.
+    for (const auto& [w, h] : std::vector<std::pair<int, int>>{{16, 160}, {33, 121}, {45, 50}, {3, 200}, {64, 9}}) {
+        const Picture p = detailedPicture(w, h);
+        voimg::detail::YccPlanes planes = voimg::detail::makeYccPlanes(p.samples.data(), w, h);
+        voimg::detail::fitLumaToDecodedChroma(planes, p.samples.data(), 85);
+        const std::string whole = dir.file("whole.jpg"), banded = dir.file("banded.jpg");
+        std::string error;
+        ASSERT_TRUE(voimg::detail::writeJpegPlanes(whole, planes, 85, &error)) << error;
+        auto writer = voimg::JpegStreamWriter::open(banded, p.samples.data(), w, h, 85, &error);
+        ASSERT_TRUE(writer) << error;
+        for (int rows = 1; rows <= h; ++rows) writer->rowsReady(rows);  // each band as soon as it can be
+        ASSERT_TRUE(writer->finish(&error)) << error;
+        EXPECT_EQ(readFile(banded), readFile(whole)) << w << "x" << h;
+    }
+}
+
+TEST(JpegStreamWriter, BandedPlanesHoldAWindowOfRows) {
+    const voimg::detail::YccPlanes planes = voimg::detail::sizedYccPlanes(50, 300, true);
+    EXPECT_EQ(planes.lumaRows, 304u);
+    EXPECT_EQ(planes.y.size(), planes.lumaStride * voimg::detail::kBandedLumaRows);
+    EXPECT_EQ(planes.cb.size(), planes.chromaStride * voimg::detail::kBandedChromaRows);
+    EXPECT_EQ(planes.cr.size(), planes.cb.size());
+    // A row shares its storage with the rows a window away; rows past the padding read as the last.
+    EXPECT_EQ(planes.lumaRow(17), planes.lumaRow(1));
+    EXPECT_NE(planes.lumaRow(17), planes.lumaRow(16));
+    EXPECT_EQ(planes.cbRow(8 + voimg::detail::kBandedChromaRows), planes.cbRow(8));
+    EXPECT_EQ(planes.lumaRow(1000), planes.lumaRow(303));
+    // A picture shorter than a window keeps all its rows.
+    const voimg::detail::YccPlanes small = voimg::detail::sizedYccPlanes(50, 5, true);
+    EXPECT_EQ(small.y.size(), small.lumaStride * 16);
+    EXPECT_EQ(small.cb.size(), small.chromaStride * 8);
 }
 
 TEST(JpegStreamWriter, FinishWritesWhatWasNotToldYet) {

@@ -62,14 +62,16 @@ void sharpenAlongColumnsScalar(const float* above, const float* current, const f
     for (size_t x = 0; x < width; ++x) out[x] = toByte(centre * current[x] - a * above[x] - a * below[x]);
 }
 
-YccPlanes sizedYccPlanes(int width, int height) {
+YccPlanes sizedYccPlanes(int width, int height, bool banded) {
     YccPlanes planes;
     planes.width = width, planes.height = height;
     const int mcuColumns = (width + 15) / 16, mcuRows = (height + 15) / 16;
     planes.lumaStride = size_t(mcuColumns) * 16, planes.lumaRows = size_t(mcuRows) * 16;
     planes.chromaStride = size_t(mcuColumns) * 8, planes.chromaRows = size_t(mcuRows) * 8;
-    planes.y.resize(planes.lumaStride * planes.lumaRows);
-    planes.cb.resize(planes.chromaStride * planes.chromaRows);
+    planes.lumaKept = banded ? std::min(kBandedLumaRows, planes.lumaRows) : planes.lumaRows;
+    planes.chromaKept = banded ? std::min(kBandedChromaRows, planes.chromaRows) : planes.chromaRows;
+    planes.y.resize(planes.lumaStride * planes.lumaKept);
+    planes.cb.resize(planes.chromaStride * planes.chromaKept);
     planes.cr.resize(planes.cb.size());
     return planes;
 }
@@ -103,9 +105,10 @@ void ChromaRows::makeUpTo(size_t rows) {
     const float a = kChromaSharpening;
     const size_t stride = planes_.chromaStride, lastRow = size_t(halfHeight_) - 1;
     for (rows = std::min(rows, planes_.chromaRows); made_ < rows; ++made_) {
-        uint8_t* out[2] = {&planes_.cb[made_ * stride], &planes_.cr[made_ * stride]};
+        uint8_t* out[2] = {planes_.cbRow(made_), planes_.crRow(made_)};
         if (made_ > lastRow) {  // padding: the last row again
-            for (uint8_t* o : out) std::copy_n(o - stride, stride, o);
+            std::copy_n(planes_.cbRow(made_ - 1), stride, out[0]);
+            std::copy_n(planes_.crRow(made_ - 1), stride, out[1]);
             continue;
         }
         // Sharpening along the columns needs the rows above and below (edges repeated).

@@ -30,18 +30,33 @@ struct YccPlanes {
     // Padded to whole 16x16 luma and 8x8 chroma blocks by repeating the last column and row.
     size_t lumaStride = 0, chromaStride = 0;
     size_t lumaRows = 0, chromaRows = 0;
+    // The rows each plane holds: all of them, or, for planes made and written band by band, a window of
+    // the latest ones, row r in slot r % kept (kBandedLumaRows and kBandedChromaRows).
+    size_t lumaKept = 0, chromaKept = 0;
     PlaneBytes y, cb, cr;
 
-    [[nodiscard]] const uint8_t* lumaRow(size_t row) const { return &y[std::min(row, lumaRows - 1) * lumaStride]; }
-    [[nodiscard]] const uint8_t* cbRow(size_t row) const { return &cb[std::min(row, chromaRows - 1) * chromaStride]; }
-    [[nodiscard]] const uint8_t* crRow(size_t row) const { return &cr[std::min(row, chromaRows - 1) * chromaStride]; }
+    [[nodiscard]] uint8_t* lumaRow(size_t row) { return &y[slot(row, lumaRows, lumaKept) * lumaStride]; }
+    [[nodiscard]] uint8_t* cbRow(size_t row) { return &cb[slot(row, chromaRows, chromaKept) * chromaStride]; }
+    [[nodiscard]] uint8_t* crRow(size_t row) { return &cr[slot(row, chromaRows, chromaKept) * chromaStride]; }
+    [[nodiscard]] const uint8_t* lumaRow(size_t row) const { return const_cast<YccPlanes*>(this)->lumaRow(row); }
+    [[nodiscard]] const uint8_t* cbRow(size_t row) const { return const_cast<YccPlanes*>(this)->cbRow(row); }
+    [[nodiscard]] const uint8_t* crRow(size_t row) const { return const_cast<YccPlanes*>(this)->crRow(row); }
+
+    // Rows past the padding read as the last one.
+    [[nodiscard]] static size_t slot(size_t row, size_t rows, size_t kept) { return std::min(row, rows - 1) % kept; }
 };
+
+// The windows of planes made band by band: one band of luma; three rows of chroma blocks, since a band's
+// luma is fitted to the chroma of its own row of blocks and of the rows above and below, and the chroma
+// of the next row of blocks is made before the band is written. Whole rows of blocks, so that no block
+// wraps around.
+inline constexpr size_t kBandedLumaRows = 16, kBandedChromaRows = 24;
 
 // The sharpening `a` above.
 inline constexpr float kChromaSharpening = 0.175f;
 
-// Planes sized for a width x height picture, contents unset.
-[[nodiscard]] YccPlanes sizedYccPlanes(int width, int height);
+// Planes sized for a width x height picture, contents unset; `banded`: holding only the windows above.
+[[nodiscard]] YccPlanes sizedYccPlanes(int width, int height, bool banded = false);
 
 // Makes the chroma planes of `planes` from `rgb` (width * height * 3 bytes, top row first) a row at a time,
 // top to bottom, so that a row of blocks can be encoded as soon as its rows are made: each row's 2x2

@@ -114,20 +114,20 @@ private:
 // them. A fixed split rather than a queue of bands: the writing thread never waits for a helper that the
 // scheduler has not yet let run, except at the split. The helper's share is the larger because the writing
 // thread also encodes, and another picture is usually being encoded beside this one.
+//
+// Without a helper the planes hold just the rows the next band needs: less memory to fault in, and rows
+// that are still in the cache when libjpeg reads them.
 class BandedPlanes {
 public:
     // `helper`: the picture is complete, so a helper thread may start on the lower bands at once.
     BandedPlanes(const uint8_t* rgb, int width, int height, int quality, bool helper)
-        : planes_(detail::sizedYccPlanes(width, height)),
+        : planes_(detail::sizedYccPlanes(width, height, !worthAHelper(helper, width, height))),
           bands_(planes_.chromaRows / 8),
           decoded_(planes_, quality),
           chroma_(rgb, planes_),
           fitter_(planes_, rgb, decoded_) {
-        constexpr size_t kHelperPixels = 128 * 1024;
         split_ = bands_;
-        if (!helper || size_t(width) * size_t(height) < kHelperPixels || bands_ < 4 ||
-            std::thread::hardware_concurrency() < 2)
-            return;
+        if (!worthAHelper(helper, width, height)) return;
         // The helper's makers are made here, where running out of memory is reported like any other.
         const size_t split = bands_ * 2 / 5;
         helperChroma_.emplace(rgb, planes_, split * 8);
@@ -161,6 +161,13 @@ public:
     }
 
 private:
+    static bool worthAHelper(bool helper, int width, int height) {
+        constexpr size_t kHelperPixels = 128 * 1024;
+        const size_t bands = size_t(height + 15) / 16;
+        return helper && size_t(width) * size_t(height) >= kHelperPixels && bands >= 4 &&
+               std::thread::hardware_concurrency() >= 2;
+    }
+
     void makeChroma(detail::ChromaRows& maker, size_t blockRow) {
         maker.makeUpTo(8 * (blockRow + 1));
         decoded_.quantiseBlockRow(blockRow);

@@ -163,8 +163,13 @@ void fitLumaRowScalar(const uint8_t* rgb, const float* cb, const float* cr, uint
     }
 }
 
-ChromaUpsampler::ChromaUpsampler(const uint8_t* plane, size_t stride, size_t width, size_t height)
-    : plane_(plane), stride_(stride), width_(width), halfWidth_((width + 1) / 2), halfHeight_((height + 1) / 2) {
+ChromaUpsampler::ChromaUpsampler(const uint8_t* plane, size_t stride, size_t width, size_t height, size_t kept)
+    : plane_(plane),
+      stride_(stride),
+      width_(width),
+      halfWidth_((width + 1) / 2),
+      halfHeight_((height + 1) / 2),
+      kept_(kept) {
     // Room for the kernels' whole groups of eight beyond the row.
     const size_t padded = (halfWidth_ + 7) / 8 * 8;
     sums_.resize(padded + 2);
@@ -176,12 +181,12 @@ const float* ChromaUpsampler::row(size_t y) {
     // picture's top and bottom edge).
     const size_t near = y / 2;
     const size_t far = (y & 1) ? std::min(near + 1, halfHeight_ - 1) : (near > 0 ? near - 1 : 0);
-    const uint8_t* n = plane_ + near * stride_;
+    const uint8_t* n = planeRow(near);
     if (halfWidth_ <= 2) {  // decoders repeat samples of planes this narrow rather than interpolate
         for (size_t x = 0; x < width_; ++x) row_[x] = float(n[x / 2]);
         return row_.data();
     }
-    const uint8_t* f = plane_ + far * stride_;
+    const uint8_t* f = planeRow(far);
     for (size_t i = 0; i < halfWidth_; ++i) sums_[i + 1] = 3 * n[i] + f[i];
     sums_[0] = sums_[1], sums_[halfWidth_ + 1] = sums_[halfWidth_];  // edges repeat, as decoders do
     upsampleChromaRow(sums_.data(), halfWidth_, row_.data());
@@ -195,23 +200,24 @@ DecodedChroma::DecodedChroma(const YccPlanes& planes, int quality)
       cr_(planes.cr.size()) {}
 
 void DecodedChroma::quantiseBlockRow(size_t blockRow) {
-    const size_t stride = planes_.chromaStride, at = blockRow * 8 * stride;
-    roundTripBlocks(&planes_.cb[at], stride, stride / 8, &cb_[at], transform_);
-    roundTripBlocks(&planes_.cr[at], stride, stride / 8, &cr_[at], transform_);
+    const size_t stride = planes_.chromaStride, row = blockRow * 8;
+    const size_t at = YccPlanes::slot(row, planes_.chromaRows, planes_.chromaKept) * stride;
+    roundTripBlocks(planes_.cbRow(row), stride, stride / 8, &cb_[at], transform_);
+    roundTripBlocks(planes_.crRow(row), stride, stride / 8, &cr_[at], transform_);
 }
 
 LumaFitter::LumaFitter(YccPlanes& planes, const uint8_t* rgb, const DecodedChroma& chroma)
     : planes_(planes),
       rgb_(rgb),
-      upCb_(chroma.cb(), planes.chromaStride, size_t(planes.width), size_t(planes.height)),
-      upCr_(chroma.cr(), planes.chromaStride, size_t(planes.width), size_t(planes.height)) {}
+      upCb_(chroma.cb(), planes.chromaStride, size_t(planes.width), size_t(planes.height), planes.chromaKept),
+      upCr_(chroma.cr(), planes.chromaStride, size_t(planes.width), size_t(planes.height), planes.chromaKept) {}
 
 void LumaFitter::fitRows(size_t begin, size_t end) {
     const size_t width = size_t(planes_.width), height = size_t(planes_.height);
     for (size_t y = begin; y < end; ++y) {
         const float *blue = upCb_.row(y), *red = upCr_.row(y);
         const uint8_t* in = rgb_ + y * width * 3;
-        uint8_t* luma = &planes_.y[y * planes_.lumaStride];
+        uint8_t* luma = planes_.lumaRow(y);
         const size_t done = fitLumaRowQuick(in, blue, red, luma, width);
         fitLumaRowScalar(in, blue, red, luma, done, width);
         std::fill(luma + width, luma + planes_.lumaStride, luma[width - 1]);
@@ -219,8 +225,7 @@ void LumaFitter::fitRows(size_t begin, size_t end) {
     // Rows below the picture repeat its last one, as the planes' padding does.
     if (end == height)
         for (size_t y = height; y < planes_.lumaRows; ++y)
-            std::copy_n(&planes_.y[(y - 1) * planes_.lumaStride], planes_.lumaStride,
-                        &planes_.y[y * planes_.lumaStride]);
+            std::copy_n(planes_.lumaRow(y - 1), planes_.lumaStride, planes_.lumaRow(y));
 }
 
 void fitLumaToDecodedChroma(YccPlanes& planes, const uint8_t* rgb, int quality) {

@@ -30,7 +30,7 @@ inline constexpr float kCrToRed = 1.402f, kCbToGreen = -0.34414f, kCrToGreen = -
 // block through the forward DCT, rounded to the nearest multiple of its quantisation step, back through
 // the inverse DCT and rounded to bytes.
 [[nodiscard]] PlaneBytes quantisedPlane(const PlaneBytes& plane, size_t stride, size_t rows,
-                                                  const std::array<uint16_t, 64>& table);
+                                        const std::array<uint16_t, 64>& table);
 
 // The 8x8 DCT and a quantisation table, all in natural order: basis[u * 8 + x] = c(u) / 2 *
 // cos((2x + 1) u pi / 16), so that the coefficients of a block f are basis * f * basis^T.
@@ -41,22 +41,26 @@ struct BlockTransform {
 
 // A half-resolution plane (`stride` bytes a row) of a width x height picture brought back to full
 // resolution row by row, as decoders do it: each sample 3/4 of its own half-resolution sample and 1/4 of
-// the next one per axis, edges repeated; planes one or two samples wide repeat each sample.
+// the next one per axis, edges repeated; planes one or two samples wide repeat each sample. A plane that
+// holds only a window of `kept` rows has row r in slot r % kept.
 class ChromaUpsampler {
 public:
-    ChromaUpsampler(const uint8_t* plane, size_t stride, size_t width, size_t height);
+    ChromaUpsampler(const uint8_t* plane, size_t stride, size_t width, size_t height, size_t kept = SIZE_MAX);
     // Full-resolution row y (width values, valid until the next call).
     const float* row(size_t y);
 
 private:
+    [[nodiscard]] const uint8_t* planeRow(size_t row) const { return plane_ + row % kept_ * stride_; }
+
     const uint8_t* plane_;
-    size_t stride_, width_, halfWidth_, halfHeight_;
+    size_t stride_, width_, halfWidth_, halfHeight_, kept_;
     std::vector<int32_t> sums_;
     std::vector<float> row_;
 };
 
 // The chroma a decoder will reconstruct from the planes' stored chroma, predicted one row of 8x8 blocks at a
-// time (rows written by different threads do not overlap). Allocates only in the constructor.
+// time (rows written by different threads do not overlap), in as many rows as the planes keep of theirs.
+// Allocates only in the constructor.
 class DecodedChroma {
 public:
     DecodedChroma(const YccPlanes& planes, int quality);
