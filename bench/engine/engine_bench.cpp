@@ -150,6 +150,27 @@ void StreamSumRows(benchmark::State& state) {
 }
 BENCHMARK(StreamSumRows)->DenseRange(0, 2)->ArgName("scalar_avx2_avx512")->Unit(benchmark::kMicrosecond);
 
+// The same pass also summing the next output row's share of the rows (17 of the 20, as in a 3.2-fold
+// shrink), which that row then completes with its last 3 rows.
+void StreamSumRowsAndShare(benchmark::State& state) {
+    const int rows = 20, skip = 3;
+    const int64_t values = 900 * 4;
+    std::vector<std::vector<float>> data(static_cast<size_t>(rows), std::vector<float>(size_t(values), 0.5f));
+    std::vector<const float*> pointers;
+    for (const auto& row : data) pointers.push_back(row.data());
+    std::vector<float> weights(static_cast<size_t>(rows), 0.05f), out(static_cast<size_t>(values)), share(out);
+    const auto build = voimg::SimdBuild(state.range(0));
+    for (auto _ : state) {
+        if (!voimg::sumRowsAndShareWith(build, pointers.data(), weights.data(), rows, skip, weights.data(), out.data(),
+                                        share.data(), values))
+            return state.SkipWithError("this processor does not run that build");
+        benchmark::DoNotOptimize(out.data());
+        benchmark::DoNotOptimize(share.data());
+    }
+    setRate(state, double(values) / 4);
+}
+BENCHMARK(StreamSumRowsAndShare)->DenseRange(0, 2)->ArgName("scalar_avx2_avx512")->Unit(benchmark::kMicrosecond);
+
 // Decoded rows to linear light: one 4000-pixel opaque row, colour or grey, whole (box 1) or straight to
 // the averages of runs of 2 or 4 pixels, as a worker feeds a resizer that boxes columns.
 void LinearRows(benchmark::State& state) {

@@ -158,18 +158,41 @@ void StreamResizer::emitReadyRows() {
     }
 }
 
+// Output rows come in pairs where their taps overlap: the first one's pass over its rows also sums the
+// second's share of them (most of its rows, for a shrink), into share_; the second then adds its remaining
+// rows to that. The vertical pass is bound by reading the rows, and this reads the shared ones once.
 void StreamResizer::emitRow(int64_t o) {
     const int count = yTaps_.count[size_t(o)];
+    const float* weights = &yTaps_.weights[size_t(o) * size_t(yTaps_.stride)];
+    const int64_t first = yTaps_.first[size_t(o)];
     if (count == 0) {
         std::fill_n(outRow_.data(), outRow_.size(), 0.0f);
+    } else if (shareFor_ == o) {
+        // The share and the rows it lacks.
+        const int done = int(shareEnd_ - first);
+        rowPointers_.assign(1, share_.data());
+        rowWeights_.assign(1, 1.0f);
+        for (int k = done; k < count; ++k) {
+            rowPointers_.push_back(ringRow(first + k));
+            rowWeights_.push_back(weights[k]);
+        }
+        sumRows(rowPointers_.data(), rowWeights_.data(), int(rowPointers_.size()), outRow_.data(), outWidth_ * 4);
     } else {
         rowPointers_.resize(size_t(count));
-        for (int k = 0; k < count; ++k) {
-            const int64_t source = yTaps_.first[size_t(o)] + k;
-            rowPointers_[size_t(k)] = ringRow(source);
+        for (int k = 0; k < count; ++k) rowPointers_[size_t(k)] = ringRow(first + k);
+        const int64_t next = o + 1;
+        const int64_t skip = next < y_.outCount ? yTaps_.first[size_t(next)] - first : count;
+        const int nextCount = next < y_.outCount ? yTaps_.count[size_t(next)] : 0;
+        // Worth it when the next row shares a few of these rows and needs all the rows from there on.
+        if (nextCount > 0 && skip >= 0 && skip + 2 <= count && first + count <= first + skip + nextCount) {
+            if (share_.empty()) share_.resize(outRow_.size());
+            sumRowsAndShare(rowPointers_.data(), weights, count, int(skip),
+                            &yTaps_.weights[size_t(next) * size_t(yTaps_.stride)], outRow_.data(), share_.data(),
+                            outWidth_ * 4);
+            shareFor_ = next, shareEnd_ = first + count;
+        } else {
+            sumRows(rowPointers_.data(), weights, count, outRow_.data(), outWidth_ * 4);
         }
-        sumRows(rowPointers_.data(), &yTaps_.weights[size_t(o) * size_t(yTaps_.stride)], count, outRow_.data(),
-                outWidth_ * 4);
     }
     emit_(o, outRow_.data());
 }

@@ -21,10 +21,19 @@ void filterRowScalar(const float* weights, int stride, const int64_t* first, con
 void sumRows(const float* const* rows, const float* weights, int count, float* dst, int64_t values);
 void sumRowsScalar(const float* const* rows, const float* weights, int count, float* dst, int64_t values);
 
+// sumRows for one output row while starting the next one's sum on the rows the two share, so that those are
+// read once: also share = sum of shareWeights[k - skip] x rows[k] over skip <= k < count (skip < count).
+void sumRowsAndShare(const float* const* rows, const float* weights, int count, int skip, const float* shareWeights,
+                     float* dst, float* share, int64_t values);
+void sumRowsAndShareScalar(const float* const* rows, const float* weights, int count, int skip,
+                           const float* shareWeights, float* dst, float* share, int64_t values);
+
 // The same with a given build; false, with nothing written, when this processor does not run it.
 bool filterRowWith(SimdBuild build, const float* weights, int stride, const int64_t* first, const int* count,
                    const float* in, float* out, int64_t outWidth);
 bool sumRowsWith(SimdBuild build, const float* const* rows, const float* weights, int count, float* dst,
                  int64_t values);
+bool sumRowsAndShareWith(SimdBuild build, const float* const* rows, const float* weights, int count, int skip,
+                         const float* shareWeights, float* dst, float* share, int64_t values);
 
 }  // namespace voimg

@@ -99,6 +99,9 @@ private:
     int64_t sourceRows_ = 0;
     std::vector<float> outRow_;
     std::vector<const float*> rowPointers_;
+    std::vector<float> rowWeights_;
+    std::vector<float> share_;  // output row shareFor_'s sum over its source rows before shareEnd_
+    int64_t shareFor_ = -1, shareEnd_ = 0;
 };
 
 }  // namespace voimg

@@ -87,12 +87,17 @@ double psnr(const std::vector<float>& a, const std::vector<float>& b) {
 
 TEST(StreamResizer, WithoutABoxItEqualsTheTiledResampler) {
     const Source source = texturedSource(300, 200);
-    int box = 0;
-    const std::vector<float> streamed = streamShrink(source, 0.3, 90, 60, &box);
-    const std::vector<float> tiled = engineShrink(source, 0.3);
-    ASSERT_EQ(box, 1);
-    ASSERT_EQ(streamed.size(), tiled.size());
-    for (size_t i = 0; i < tiled.size(); ++i) ASSERT_NEAR(streamed[i], tiled[i], 2e-5) << "value " << i;
+    // Shrinks whose neighbouring output rows share most of their source rows, or a few.
+    for (const double scale : {0.3, 0.5, 0.85}) {
+        int box = 0;
+        const std::vector<float> streamed =
+            streamShrink(source, scale, std::lround(300 * scale), std::lround(200 * scale), &box);
+        const std::vector<float> tiled = engineShrink(source, scale);
+        ASSERT_EQ(box, 1);
+        ASSERT_EQ(streamed.size(), tiled.size()) << scale;
+        for (size_t i = 0; i < tiled.size(); ++i)
+            ASSERT_NEAR(streamed[i], tiled[i], 2e-5) << "scale " << scale << ", value " << i;
+    }
 }
 
 TEST(StreamResizer, ALargeShrinkAveragesBoxesFirstAndStaysCloseToTheExactFilter) {
@@ -322,6 +327,25 @@ TEST(StreamResizerKernels, SimdBuildsEqualTheScalarReference) {
             if (!sumRowsWith(build, pointers.data(), rowWeights.data(), rowCount, sumSimd.data(), values)) continue;
             for (size_t i = 0; i < sumSimd.size(); ++i)
                 ASSERT_NEAR(sumSimd[i], sumScalar[i], 1e-5f) << "round " << round << " build " << int(build);
+        }
+
+        // The next output row's share of the rows from `skip` on, summed in the same pass.
+        const int skip = int(random() % size_t(rowCount));
+        std::vector<float> shareWeights(size_t(rowCount - skip));
+        for (float& w : shareWeights) w = weight(random);
+        std::vector<float> shareScalar(static_cast<size_t>(values)), shareSimd(shareScalar), alone(shareScalar);
+        sumRowsAndShareScalar(pointers.data(), rowWeights.data(), rowCount, skip, shareWeights.data(), sumScalar.data(),
+                              shareScalar.data(), values);
+        sumRowsScalar(pointers.data() + skip, shareWeights.data(), rowCount - skip, alone.data(), values);
+        ASSERT_EQ(shareScalar, alone);
+        for (SimdBuild build : kSimdBuilds) {
+            if (!sumRowsAndShareWith(build, pointers.data(), rowWeights.data(), rowCount, skip, shareWeights.data(),
+                                     sumSimd.data(), shareSimd.data(), values))
+                continue;
+            for (size_t i = 0; i < sumSimd.size(); ++i) {
+                ASSERT_NEAR(sumSimd[i], sumScalar[i], 1e-5f) << "round " << round << " build " << int(build);
+                ASSERT_NEAR(shareSimd[i], shareScalar[i], 1e-5f) << "round " << round << " build " << int(build);
+            }
         }
     }
     if (compared == 0) GTEST_SKIP() << "this processor runs no SIMD build";
