@@ -184,7 +184,7 @@ void StreamResizer::emitRow(int64_t o) {
         const int64_t skip = next < y_.outCount ? yTaps_.first[size_t(next)] - first : count;
         const int nextCount = next < y_.outCount ? yTaps_.count[size_t(next)] : 0;
         // Worth it when the next row shares a few of these rows and needs all the rows from there on.
-        if (nextCount > 0 && skip >= 0 && skip + 2 <= count && first + count <= first + skip + nextCount) {
+        if (nextCount > 0 && skip >= 0 && skip + 2 <= count && count - skip <= nextCount) {
             if (share_.empty()) share_.resize(outRow_.size());
             sumRowsAndShare(rowPointers_.data(), weights, count, int(skip),
                             &yTaps_.weights[size_t(next) * size_t(yTaps_.stride)], outRow_.data(), share_.data(),
