@@ -167,6 +167,27 @@ HWY_INLINE Register LoadRegister(const float* p) {
     return v;
 }
 
+// Four registers of values: a run of a row, or its weighted sum over rows. Named members rather than an
+// array, so that the compiler keeps a sum in registers across the loop over the rows.
+struct Run {
+    Register a, b, c, d;
+};
+
+HWY_INLINE Run LoadRun(const float* p) {
+    constexpr int64_t n = kRegisterFloats;
+    return {LoadRegister(p), LoadRegister(p + n), LoadRegister(p + 2 * n), LoadRegister(p + 3 * n)};
+}
+HWY_INLINE void AddWeighted(Run& sum, const Run& r, float w) {
+    sum.a += r.a * w, sum.b += r.b * w, sum.c += r.c * w, sum.d += r.d * w;
+}
+HWY_INLINE void StoreRun(float* p, const Run& r) {
+    constexpr int64_t n = kRegisterFloats;
+    __builtin_memcpy(p, &r.a, sizeof r.a);
+    __builtin_memcpy(p + n, &r.b, sizeof r.b);
+    __builtin_memcpy(p + 2 * n, &r.c, sizeof r.c);
+    __builtin_memcpy(p + 3 * n, &r.d, sizeof r.d);
+}
+
 // The SIMD builds: each run of four registers of values is summed over all the rows in registers and
 // stored once, so the rows are read once and the destination written once (summing four rows at a time
 // into the destination reads and writes it again for every four rows, and the rows of a large shrink do
@@ -175,19 +196,9 @@ void SumRowsInRuns(const float* const* rows, const float* weights, int count, fl
     constexpr int64_t n = kRegisterFloats;
     int64_t i = 0;
     for (; i + 4 * n <= values; i += 4 * n) {
-        Register s0 = {}, s1 = {}, s2 = {}, s3 = {};
-        for (int k = 0; k < count; ++k) {
-            const float* r = rows[k] + i;
-            const float w = weights[k];
-            s0 += LoadRegister(r) * w;
-            s1 += LoadRegister(r + n) * w;
-            s2 += LoadRegister(r + 2 * n) * w;
-            s3 += LoadRegister(r + 3 * n) * w;
-        }
-        __builtin_memcpy(dst + i, &s0, sizeof s0);
-        __builtin_memcpy(dst + i + n, &s1, sizeof s1);
-        __builtin_memcpy(dst + i + 2 * n, &s2, sizeof s2);
-        __builtin_memcpy(dst + i + 3 * n, &s3, sizeof s3);
+        Run s = {};
+        for (int k = 0; k < count; ++k) AddWeighted(s, LoadRun(rows[k] + i), weights[k]);
+        StoreRun(dst + i, s);
     }
     for (; i + n <= values; i += n) {
         Register s = {};
@@ -215,32 +226,16 @@ void SumRowsAndShareInRuns(const float* const* rows, const float* weights, int c
     constexpr int64_t n = kRegisterFloats;
     int64_t i = 0;
     for (; i + 4 * n <= values; i += 4 * n) {
-        Register s0 = {}, s1 = {}, s2 = {}, s3 = {}, t0 = {}, t1 = {}, t2 = {}, t3 = {};
+        Run s = {}, t = {};
         int k = 0;
-        for (; k < skip; ++k) {
-            const float* r = rows[k] + i;
-            const float w = weights[k];
-            s0 += LoadRegister(r) * w;
-            s1 += LoadRegister(r + n) * w;
-            s2 += LoadRegister(r + 2 * n) * w;
-            s3 += LoadRegister(r + 3 * n) * w;
-        }
+        for (; k < skip; ++k) AddWeighted(s, LoadRun(rows[k] + i), weights[k]);
         for (; k < count; ++k) {
-            const float* r = rows[k] + i;
-            const float w = weights[k], v = shareWeights[k - skip];
-            const Register r0 = LoadRegister(r), r1 = LoadRegister(r + n), r2 = LoadRegister(r + 2 * n),
-                           r3 = LoadRegister(r + 3 * n);
-            s0 += r0 * w, s1 += r1 * w, s2 += r2 * w, s3 += r3 * w;
-            t0 += r0 * v, t1 += r1 * v, t2 += r2 * v, t3 += r3 * v;
+            const Run r = LoadRun(rows[k] + i);
+            AddWeighted(s, r, weights[k]);
+            AddWeighted(t, r, shareWeights[k - skip]);
         }
-        __builtin_memcpy(dst + i, &s0, sizeof s0);
-        __builtin_memcpy(dst + i + n, &s1, sizeof s1);
-        __builtin_memcpy(dst + i + 2 * n, &s2, sizeof s2);
-        __builtin_memcpy(dst + i + 3 * n, &s3, sizeof s3);
-        __builtin_memcpy(share + i, &t0, sizeof t0);
-        __builtin_memcpy(share + i + n, &t1, sizeof t1);
-        __builtin_memcpy(share + i + 2 * n, &t2, sizeof t2);
-        __builtin_memcpy(share + i + 3 * n, &t3, sizeof t3);
+        StoreRun(dst + i, s);
+        StoreRun(share + i, t);
     }
     for (; i + n <= values; i += n) {
         Register s = {}, t = {};
