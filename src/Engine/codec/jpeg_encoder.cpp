@@ -121,13 +121,14 @@ class BandedPlanes {
 public:
     // `helper`: the picture is complete, so a helper thread may start on the lower bands at once.
     BandedPlanes(const uint8_t* rgb, int width, int height, int quality, bool helper)
-        : planes_(detail::sizedYccPlanes(width, height, !worthAHelper(helper, width, height))),
+        : withHelper_(worthAHelper(helper, width, height)),
+          planes_(detail::sizedYccPlanes(width, height, !withHelper_)),
           bands_(planes_.chromaRows / 8),
           decoded_(planes_, quality),
           chroma_(rgb, planes_),
           fitter_(planes_, rgb, decoded_) {
         split_ = bands_;
-        if (!worthAHelper(helper, width, height)) return;
+        if (!withHelper_) return;
         // The helper's makers are made here, where running out of memory is reported like any other.
         const size_t split = bands_ * 2 / 5;
         helperChroma_.emplace(rgb, planes_, split * 8);
@@ -202,6 +203,7 @@ private:
             counter.wait(now, std::memory_order_acquire);
     }
 
+    const bool withHelper_;  // a helper is wanted, so the planes are whole; otherwise they keep a window
     detail::YccPlanes planes_;
     const size_t bands_;
     size_t split_;  // the first band whose chroma the helper makes (all: none)
